@@ -1,0 +1,40 @@
+#include "common/log.h"
+#include "common/msgbox.h"
+#include "common/paths.h"
+#include "platform/quitsignals.h"
+#include "server/frmMain.h"
+#include "server/globals.h"
+#include "server/runoptions.h"
+
+#include <QApplication>
+
+int main(int argc, char* argv[])
+{
+    RunOptions options = RunOptions::fromArguments(argc, argv);
+    if (options.headless)
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Quorvel"));
+    QApplication::setQuitOnLastWindowClosed(false);
+    if (!options.parse(app))
+        return 2;
+
+    setMsgMode(options.headless ? MsgMode::Headless : MsgMode::Gui);
+    Log::setEcho(true);
+    quitOnTerminationSignals();
+    if (!options.programFolder.isEmpty())
+        Paths::setProgramFolder(options.programFolder);
+    if (options.headless)
+        Log::line(
+            QStringLiteral("Quorvel runs headless; jobs are kept in %1").arg(Paths::jobFolder()));
+
+    Globals::LoadProgramIds();
+    frmMain window(options.port);
+    options.apply(window);
+    if (options.headless && !window.isListening())
+        return 1;
+    if (!options.headless)
+        window.show();
+    return app.exec();
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QString>
+
+// The per-user settings of the program: application name and section are
+// both "Quorvel"; an absent key reads "".
+// Windows: HKEY_CURRENT_USER\Software\Quorvel\Quorvel\Quorvel.
+// Elsewhere: an INI file, Quorvel/Quorvel.ini in the user's configuration folder.
+class SettingsStore
+{
+public:
+    static QString get(const QString& key);
+    static void put(const QString& key, const QString& value);
+    static void remove(const QString& key);
+
+    // Points the store at an INI file in this folder (tests, portable runs).
+    // An empty folder returns to the default place. QUORVEL_SETTINGS_DIR has the same effect.
+    static void setFolder(const QString& folder);
+    static QString fileName();
+};

@@ -1,0 +1,159 @@
+#pragma once
+
+#include "common/int16.h"
+#include "common/log.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QWidget>
+#include <map>
+#include <memory>
+
+class QButtonGroup;
+class QCheckBox;
+class QGroupBox;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QMenu;
+class QAction;
+class QPushButton;
+class QRadioButton;
+class QTableWidget;
+class QTcpSocket;
+class QTimer;
+class SocketListener;
+class ctlSysTrayBalloon;
+class UcCloudSrvr;
+
+// The main window: job state, output options, connection log, printer list,
+// the TCP listener and the tray icon. Its handlers are split by concern over
+// frmMain*.cpp files.
+class frmMain : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit frmMain(quint16 port = 9100, QWidget* parent = nullptr);
+    ~frmMain() override;
+
+    // --- start-up and window (frmMain.cpp) ---
+    void Form_Load();
+    bool isListening() const;
+    bool isLoaded() const { return m_Loaded; }
+    const QByteArray& jobBuffer() const { return m_JobBuffer; }
+    int connectionCount() const { return m_ConnCount; }
+    const QString& statusText() const { return m_StatusText; }
+    const QString& lastRequestId() const { return m_LastRequestId; }
+    const QString& fileName() const { return m_FileName; }
+    const QString& ghostscriptPath() const { return m_GsPath; }
+
+    void Option1_Click();
+    void Option2_Click();
+    void Option3_Click();
+    void Option4_Click();
+    void Option5_Click();
+    void Option9_Click();
+    void mnuQuitter_Click();
+    void mnuSettings_Click();
+    void TxtEmailId_Validate();
+
+    // --- TCP job intake (frmMain_intake.cpp) ---
+    void Socket_ConnectionRequest(int Index, qintptr requestID);
+    void Socket_DataArrival(int Index, qint64 bytesTotal);
+    void Socket_Close(int Index);
+
+    // --- job dispatch (frmMain_dispatch.cpp) ---
+    void Command1_Click();
+
+    // --- conversion (frmMain_convert.cpp) ---
+    void SavePSFile(const QByteArray& PSString);
+    void DoChangeOption();
+    void DoConvertPs2PdfImage();
+    void DoWait4FilePS2PDFCreated(const QString& FileName);
+    bool IsFileTiffPDFLocked(const QString& FileName);
+    void PrintTiff(const QString& TiffFilePath);
+    bool TiffLoadFile(const QString& FileName);
+    void SelectPrinterByName(const QString& name);
+
+    // --- printer list and tools (frmMain_printers.cpp) ---
+    void PopulateListControlWithPrinters(QListWidget* ListControl);
+    void List2_MouseUp();
+    void List2_KeyUp();
+    void FG2_RowColChange();
+    void Timer1_Timer();
+    void Command3_Click();
+    void Command4_Click();
+    void Command6_Click();
+    void Command7_Click();
+    void Command8_Click();
+    void Command9_Click();
+
+    // --- tray host and start-up entry (frmMain_tray.cpp) ---
+    void cmdStartStop_Click();
+    void cmdClignote1_Click();
+    void cmdAlternanceIcone1_Click();
+    void cmdMessage1_Click();
+    void ctlSysTrayBalloon1_DblClick(int Button);
+    void ctlSysTrayBalloon1_MouseUp(int Button);
+    void ctlSysTrayBalloon1_PgmError(const QString& Source, int Code, const QString& Description);
+    void ChkRun_Click();
+
+    // --- controls, named as the window shows them ---
+    QGroupBox *Frame1 = nullptr, *Frame2 = nullptr, *Frame3 = nullptr, *Frame7 = nullptr,
+              *Frame8 = nullptr;
+    QPushButton *Command1 = nullptr, *Command2 = nullptr, *Command3 = nullptr, *Command4 = nullptr,
+                *Command5 = nullptr, *Command6 = nullptr, *Command7 = nullptr, *Command8 = nullptr,
+                *Command9 = nullptr;
+    QPushButton *cmdStartStop = nullptr, *cmdClignote1 = nullptr, *cmdAlternanceIcone1 = nullptr,
+                *cmdMessage1 = nullptr;
+    QRadioButton *Option1 = nullptr, *Option2 = nullptr, *Option3 = nullptr, *Option4 = nullptr,
+                 *Option5 = nullptr, *Option6 = nullptr, *Option7 = nullptr, *Option8 = nullptr,
+                 *Option9 = nullptr;
+    QButtonGroup *actionGroup = nullptr, *imageTypeGroup = nullptr, *colourGroup = nullptr;
+    QCheckBox *ChkRun = nullptr, *Check1 = nullptr;
+    QListWidget *List1 = nullptr, *List2 = nullptr, *List3 = nullptr;
+    QTableWidget* FG2 = nullptr;
+    QLineEdit *TxtPath = nullptr, *Text1 = nullptr, *Text3 = nullptr, *TxtEmailId = nullptr,
+              *TxtEdit = nullptr;
+    LogBox* txtLog = nullptr;
+    QLabel *lblAddress = nullptr, *lblHostID = nullptr, *lblConnections = nullptr;
+    QLabel *Image5 = nullptr, *picC = nullptr, *picUnC = nullptr;
+    QTimer* Timer1 = nullptr;
+    QMenu* mnuzMonMenu = nullptr;
+    QAction *mnuSettings = nullptr, *mnuzLigne = nullptr, *mnuQuitter = nullptr;
+    ctlSysTrayBalloon* ctlSysTrayBalloon1 = nullptr;
+    UcCloudSrvr *UcCloudSrvr1 = nullptr, *UcCloudSrvr2 = nullptr;
+
+protected:
+    void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
+
+private:
+    void buildControls();
+    void connectHandlers();
+    void setupTray();          // frmMain_tray.cpp
+    bool startupEntryExists(); // frmMain_tray.cpp
+    void startListening();
+    QTcpSocket* loadSocket(int index);
+    void addStatus(const QString& text);
+
+    // start-up state
+    bool m_Loaded = false;
+    bool m_Loading = false;
+    bool m_UserValidate = false;
+    quint16 m_RequestedPort;
+    Int16 m_ListenPort;
+    QString m_GsPath;
+    QString m_PrinterName;
+    QString m_FileName;
+    QString m_CloudClientUserId;
+    QString m_CloudClientServerId;
+
+    // intake state
+    QByteArray m_JobBuffer;
+    Int16 m_ConnCount;
+    QString m_StatusText;
+    QString m_LastRequestId;
+    std::unique_ptr<SocketListener> m_Socket0;
+    std::map<int, QTcpSocket*> m_Socket; // elements 1.. of the socket array
+    QTcpSocket* m_PendingRequest = nullptr;
+};

@@ -1,0 +1,17 @@
+// Saving a job as PostScript and having Ghostscript convert it.
+#include "server/frmMain.h"
+
+void frmMain::SavePSFile(const QByteArray&) {}
+void frmMain::DoChangeOption() {}
+void frmMain::DoConvertPs2PdfImage() {}
+void frmMain::DoWait4FilePS2PDFCreated(const QString&) {}
+bool frmMain::IsFileTiffPDFLocked(const QString&)
+{
+    return true;
+}
+void frmMain::PrintTiff(const QString&) {}
+bool frmMain::TiffLoadFile(const QString&)
+{
+    return false;
+}
+void frmMain::SelectPrinterByName(const QString&) {}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+class QApplication;
+class frmMain;
+
+// The command line: how the server runs and, for a server without its
+// window, what it does with jobs.
+struct RunOptions {
+    bool headless = false;
+    quint16 port = 9100;
+    QString programFolder;
+
+    // Decides on --headless before the application exists (no display means headless).
+    static RunOptions fromArguments(int argc, char* argv[]);
+    // Full parse; prints help or the error and returns false when the program should end.
+    bool parse(const QApplication& app);
+    // Selects what the options ask for, as the user's clicks would.
+    void apply(frmMain& window) const;
+};
