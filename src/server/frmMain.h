@@ -25,6 +25,7 @@ class QTimer;
 class SocketListener;
 class ctlSysTrayBalloon;
 class UcCloudSrvr;
+class ImageFile;
 
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
@@ -65,7 +66,7 @@ public:
     // --- job dispatch (frmMain_dispatch.cpp) ---
     void Command1_Click();
 
-    // --- conversion (frmMain_convert.cpp) ---
+    // --- conversion (frmMain_convert.cpp); printing (frmMain_print.cpp) ---
     void SavePSFile(const QByteArray& PSString);
     void DoChangeOption();
     void DoConvertPs2PdfImage();
@@ -156,4 +157,7 @@ private:
     std::unique_ptr<SocketListener> m_Socket0;
     std::map<int, QTcpSocket*> m_Socket; // elements 1.. of the socket array
     QTcpSocket* m_PendingRequest = nullptr;
+
+    // the image object: the TIFF of the last job, frame by frame
+    std::unique_ptr<ImageFile> m_ImageFile;
 };

@@ -5,13 +5,4 @@ void frmMain::SavePSFile(const QByteArray&) {}
 void frmMain::DoChangeOption() {}
 void frmMain::DoConvertPs2PdfImage() {}
 void frmMain::DoWait4FilePS2PDFCreated(const QString&) {}
-bool frmMain::IsFileTiffPDFLocked(const QString&)
-{
-    return true;
-}
-void frmMain::PrintTiff(const QString&) {}
-bool frmMain::TiffLoadFile(const QString&)
-{
-    return false;
-}
-void frmMain::SelectPrinterByName(const QString&) {}
+bool frmMain::IsFileTiffPDFLocked(const QString&) { return true; }

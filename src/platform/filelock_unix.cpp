@@ -1,0 +1,3 @@
+#include "platform/filelock.h"
+
+bool heldOpenByAnotherProcess(const QString&) { return false; }

@@ -1,0 +1,127 @@
+#!/bin/bash
+# A private Apache WebDAV share (mod_dav, Basic auth) on 127.0.0.1 for the cloud tests.
+# Usage: webdav.sh up|down STATEDIR
+# "up" writes STATEDIR/webdav.env: DAV_URL (ends in "/"), DAV_USER, DAV_PASSWORD,
+# DAV_ROOT (the folder behind DAV_URL), DAV_PORT, DAV_PID.
+# A backslash in a request path separates levels, as on the Windows servers the
+# program was made for; Apache alone would store it as part of a name.
+set -u
+MODE=${1:?up or down}
+STATE=${2:?state folder}
+ENVFILE=$STATE/webdav.env
+MODULES=/usr/lib/apache2/modules
+
+stop() {
+    [ -f "$ENVFILE" ] || return 0
+    local pid root
+    pid=$(sed -n 's/^DAV_PID=//p' "$ENVFILE")
+    root=$(sed -n 's/^DAV_HOME=//p' "$ENVFILE")
+    if [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; then
+        kill "$pid"
+        for _ in $(seq 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+        kill -0 "$pid" 2>/dev/null && kill -9 "$pid"
+    fi
+    case "$root" in /tmp/quorvel-webdav.*) rm -rf "$root" ;; esac
+    rm -f "$ENVFILE"
+}
+
+if [ "$MODE" = down ]; then
+    stop
+    exit 0
+fi
+[ "$MODE" = up ] || { echo "usage: $0 up|down STATEDIR" >&2; exit 2; }
+
+mkdir -p "$STATE"
+stop
+HOME_DIR=$(mktemp -d /tmp/quorvel-webdav.XXXXXX)
+chmod 755 "$HOME_DIR"
+mkdir -p "$HOME_DIR/www/dav" "$HOME_DIR/lock" "$HOME_DIR/logs"
+chown -R www-data:www-data "$HOME_DIR/www" "$HOME_DIR/lock"
+USER_NAME='cloudprint@quorvel.test'
+PASSWORD='dav s3cret'
+htpasswd -b -c "$HOME_DIR/htpasswd" "$USER_NAME" "$PASSWORD" 2>/dev/null
+chmod 644 "$HOME_DIR/htpasswd"
+
+write_conf() {
+    cat > "$HOME_DIR/apache.conf" <<CONF
+ServerRoot $HOME_DIR
+ServerName 127.0.0.1
+Listen 127.0.0.1:$1
+PidFile $HOME_DIR/apache.pid
+ErrorLog $HOME_DIR/logs/error.log
+LogLevel warn
+LogFormat "%h %u \"%r\" %>s %b" dav
+CustomLog $HOME_DIR/logs/access.log dav
+LoadModule mpm_event_module   $MODULES/mod_mpm_event.so
+LoadModule authn_core_module  $MODULES/mod_authn_core.so
+LoadModule authn_file_module  $MODULES/mod_authn_file.so
+LoadModule auth_basic_module  $MODULES/mod_auth_basic.so
+LoadModule authz_core_module  $MODULES/mod_authz_core.so
+LoadModule authz_user_module  $MODULES/mod_authz_user.so
+LoadModule mime_module        $MODULES/mod_mime.so
+LoadModule rewrite_module     $MODULES/mod_rewrite.so
+LoadModule dav_module         $MODULES/mod_dav.so
+LoadModule dav_fs_module      $MODULES/mod_dav_fs.so
+TypesConfig /etc/mime.types
+User www-data
+Group www-data
+StartServers 1
+ServerLimit 1
+ThreadsPerChild 25
+MaxRequestWorkers 25
+DocumentRoot $HOME_DIR/www
+DavLockDB $HOME_DIR/lock/DavLock
+RewriteEngine On
+RewriteRule "^(/dav/[^\\\\]*)\\\\(.*)\$" "\$1/\$2" [N]
+RewriteRule "^/dav/" - [PT]
+<Directory />
+    Require all denied
+</Directory>
+<Directory $HOME_DIR/www>
+    Require all granted
+</Directory>
+<Location /dav/>
+    Dav On
+    AuthType Basic
+    AuthName "Quorvel test share"
+    AuthBasicProvider file
+    AuthUserFile $HOME_DIR/htpasswd
+    Require valid-user
+</Location>
+CONF
+}
+
+for attempt in $(seq 20); do
+    PORT=$(( 20000 + (RANDOM % 30000) ))
+    ss -Htln | awk '{print $4}' | grep -q ":$PORT\$" && continue
+    write_conf "$PORT"
+    rm -f "$HOME_DIR/apache.pid"
+    if apache2 -f "$HOME_DIR/apache.conf" -k start 2>>"$HOME_DIR/logs/start.log"; then
+        for _ in $(seq 100); do [ -s "$HOME_DIR/apache.pid" ] && break; sleep 0.05; done
+        PID=$(cat "$HOME_DIR/apache.pid" 2>/dev/null)
+        # Ready when it answers (401 without credentials).
+        for _ in $(seq 100); do
+            code=$(curl -s -o /dev/null -w '%{http_code}' "http://127.0.0.1:$PORT/dav/" || true)
+            [ "$code" = 401 ] && break
+            sleep 0.05
+        done
+        if [ -n "$PID" ] && [ "$code" = 401 ]; then
+            {
+                echo "DAV_URL=http://127.0.0.1:$PORT/dav/"
+                echo "DAV_USER=$USER_NAME"
+                echo "DAV_PASSWORD=$PASSWORD"
+                echo "DAV_ROOT=$HOME_DIR/www/dav"
+                echo "DAV_PORT=$PORT"
+                echo "DAV_PID=$PID"
+                echo "DAV_HOME=$HOME_DIR"
+            } > "$ENVFILE"
+            echo "WebDAV share at http://127.0.0.1:$PORT/dav/ (pid $PID)"
+            exit 0
+        fi
+        [ -n "$PID" ] && kill "$PID" 2>/dev/null
+        sleep 0.2
+    fi
+done
+echo "could not start Apache; see $HOME_DIR/logs" >&2
+cat "$HOME_DIR/logs/"*.log >&2 2>/dev/null
+exit 1
