@@ -5,6 +5,7 @@
 #include "common/paths.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
+#include "convert/imagefile.h"
 #include "platform/ghostscript.h"
 #include "server/globals.h"
 #include "server/socketlistener.h"
