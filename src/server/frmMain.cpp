@@ -56,9 +56,13 @@ frmMain::frmMain(quint16 port, QWidget* parent) : QWidget(parent), m_RequestedPo
 
 frmMain::~frmMain()
 {
-    for (auto& [index, socket] : m_Socket)
-        delete socket;
+    // Closing the sockets must not run the close handler any more.
+    auto sockets = std::move(m_Socket);
     m_Socket.clear();
+    for (auto& [index, socket] : sockets) {
+        socket->disconnect(this);
+        delete socket;
+    }
 }
 
 void frmMain::buildControls()
@@ -117,6 +121,9 @@ void frmMain::buildControls()
     FG2->verticalHeader()->setVisible(false);
     FG2->setColumnWidth(0, twips(300));
     FG2->setColumnWidth(1, twips(3800));
+    FG2->horizontalHeader()->setStretchLastSection(true);
+    FG2->setMaximumHeight(110);
+    List2->setMaximumHeight(90);
     TxtEdit = new QLineEdit(FG2->viewport());
     TxtEdit->setObjectName(QStringLiteral("TxtEdit"));
     TxtEdit->hide();
@@ -169,12 +176,13 @@ void frmMain::buildControls()
     nl->addWidget(lblConnections, 0, 5);
     List1 = new QListWidget(net);
     List1->setObjectName(QStringLiteral("List1"));
+    List1->setMaximumHeight(130);
     nl->addWidget(List1, 1, 0, 1, 6);
     main->addWidget(net, 4, 0, 1, 2);
 
     txtLog = new LogBox(Frame2);
     txtLog->setObjectName(QStringLiteral("txtLog"));
-    txtLog->setMaximumHeight(110);
+    txtLog->setMaximumHeight(90);
     main->addWidget(txtLog, 5, 0, 1, 2);
 
     // Hidden frames.
@@ -297,7 +305,9 @@ void frmMain::Form_Load()
     cmdStartStop_Click();
 
     // 4.
-    if (SettingsStore::get(QStringLiteral("UserValidate")) == Globals::UserEMailId()) {
+    // An empty id was never validated.
+    if (!Globals::UserEMailId().isEmpty() &&
+        SettingsStore::get(QStringLiteral("UserValidate")) == Globals::UserEMailId()) {
         Check1->setChecked(true);
         m_UserValidate = true;
     }

@@ -1,0 +1,127 @@
+#include "common/doevents.h"
+#include "common/int16.h"
+#include "common/log.h"
+#include "common/msgbox.h"
+#include "common/runtimeerror.h"
+#include "common/settings.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+class TestCommon : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init()
+    {
+        m_messages.clear();
+        setMsgRecorder([this](const Message& m) { m_messages.append(m); });
+    }
+    void cleanup() { setMsgRecorder({}); }
+
+    void int16Overflows()
+    {
+        Int16 n(32766);
+        ++n;
+        QCOMPARE(n.value(), 32767);
+        try {
+            ++n;
+            QFAIL("no overflow raised");
+        } catch (const RuntimeError& e) {
+            QCOMPARE(e.number(), 6);
+            QCOMPARE(e.description(), QStringLiteral("Overflow"));
+        }
+        QCOMPARE(n.value(), 32767); // unchanged after the failed step
+        Int16 low(-32768);
+        QVERIFY_THROWS_EXCEPTION(RuntimeError, --low);
+        QVERIFY_THROWS_EXCEPTION(RuntimeError, Int16(40000));
+    }
+
+    void guardReportsAndGoesOn()
+    {
+        bool after = false;
+        auto slot = Guarded([] { RaiseError(rt::Overflow); });
+        slot(); // must not throw
+        after = true;
+        QVERIFY(after);
+        QCOMPARE(m_messages.size(), 1);
+        QCOMPARE(m_messages[0].text, QStringLiteral("Run-time error '6': Overflow"));
+        QCOMPARE(m_messages[0].icon, MsgIcon::Critical);
+
+        RunGuarded([] { throw std::runtime_error("boom"); });
+        QCOMPARE(m_messages.size(), 2);
+        QVERIFY(m_messages[1].text.startsWith(QStringLiteral("Run-time error '51'")));
+
+        // A guarded slot ignores signal arguments it does not take.
+        int calls = 0;
+        QTimer t;
+        QObject::connect(&t, &QTimer::timeout, &t, Guarded([&] { ++calls; }));
+        t.setSingleShot(true);
+        t.start(0);
+        QTRY_COMPARE(calls, 1);
+    }
+
+    void logTrimsPast30000()
+    {
+        const QString full(29998, u'a'); // + "\r\n" = 30000: kept whole
+        QCOMPARE(LogAppend(QString(), full).size(), 30000);
+        const QString over = LogAppend(QString(29999, u'b'), QString());
+        QCOMPARE(over.size(), 25000);
+        QVERIFY(over.endsWith(QStringLiteral("\r\n")));
+        QCOMPARE(LogAppend(QStringLiteral("x"), QStringLiteral("y")), QStringLiteral("xy\r\n"));
+
+        LogBox box;
+        QStringList seen;
+        Log::setSink([&](const QString& l) { seen << l; });
+        box.append(QStringLiteral("one"));
+        box.append(QStringLiteral("two"));
+        Log::setSink({});
+        QCOMPARE(box.text(), QStringLiteral("one\r\ntwo\r\n"));
+        QCOMPARE(seen, (QStringList{QStringLiteral("one"), QStringLiteral("two")}));
+    }
+
+    void settingsStore()
+    {
+        QTemporaryDir dir;
+        SettingsStore::setFolder(dir.path());
+        QCOMPARE(SettingsStore::get(QStringLiteral("Name")), QString());
+        SettingsStore::put(QStringLiteral("Name"), QStringLiteral("  Office Laser "));
+        QCOMPARE(SettingsStore::get(QStringLiteral("Name")), QStringLiteral("  Office Laser "));
+        // One section "Quorvel" in the file of the application "Quorvel".
+        QSettings raw(dir.filePath(QStringLiteral("Quorvel.ini")), QSettings::IniFormat);
+        QCOMPARE(raw.value(QStringLiteral("Quorvel/Name")).toString(),
+                 QStringLiteral("  Office Laser "));
+        SettingsStore::remove(QStringLiteral("Name"));
+        QCOMPARE(SettingsStore::get(QStringLiteral("Name")), QString());
+        SettingsStore::setFolder(QString());
+    }
+
+    void doEventsRunsPendingWork()
+    {
+        int ran = 0;
+        QMetaObject::invokeMethod(
+            this, [&] { ++ran; }, Qt::QueuedConnection);
+        QTimer::singleShot(300, this, [&] { ++ran; });
+        DoEvents();
+        QCOMPARE(ran, 1); // the queued call, not yet the timer
+        // Waiting blocks between events instead of spinning: a spinning
+        // loop would go round many thousand times in 300 ms.
+        int rounds = 0;
+        while (ran < 2 && rounds < 5000) {
+            DoEvents();
+            ++rounds;
+        }
+        QCOMPARE(ran, 2);
+        QVERIFY2(rounds < 1000, qPrintable(QString::number(rounds)));
+    }
+
+private:
+    QList<Message> m_messages;
+};
+
+QTEST_MAIN(TestCommon)
+#include "tst_common.moc"
