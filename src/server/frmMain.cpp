@@ -271,7 +271,7 @@ void frmMain::connectHandlers()
     connect(mnuQuitter, &QAction::triggered, this, Guarded([this] { mnuQuitter_Click(); }));
     connect(TxtEmailId, &QLineEdit::editingFinished, this,
             Guarded([this] { TxtEmailId_Validate(); }));
-    connect(List2, &QListWidget::itemClicked, this, Guarded([this] { List2_MouseUp(); }));
+    connectPrinterList(); // List2 mouse-up and key-up
     connect(FG2, &QTableWidget::currentCellChanged, this, Guarded([this] { FG2_RowColChange(); }));
     // The cloud actions of the window come with the cloud print store.
     for (QWidget* w : {static_cast<QWidget*>(Check1), static_cast<QWidget*>(Command2),

@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QString>
 #include <QWidget>
+#include <array>
 #include <map>
 #include <memory>
 
@@ -88,6 +89,10 @@ public:
     void Command7_Click();
     void Command8_Click();
     void Command9_Click();
+    // Row r of FG2 (1-based; row 0 is no row) and its table entry.
+    const QString& printerTableName(int r) const { return m_PrinterTable.at(r).name; }
+    const QString& printerTableStatus(int r) const { return m_PrinterTable.at(r).status; }
+    const QString& printerName() const { return m_PrinterName; }
 
     // --- tray host and start-up entry (frmMain_tray.cpp) ---
     void cmdStartStop_Click();
@@ -136,6 +141,7 @@ private:
     void startListening();
     QTcpSocket* loadSocket(int index);
     void addStatus(const QString& text);
+    void connectPrinterList(); // frmMain_printers.cpp
 
     // start-up state
     bool m_Loaded = false;
@@ -157,6 +163,16 @@ private:
     std::unique_ptr<SocketListener> m_Socket0;
     std::map<int, QTcpSocket*> m_Socket; // elements 1.. of the socket array
     QTcpSocket* m_PendingRequest = nullptr;
+
+    // printer list: FG2 row r shows m_PrinterTable[r]; entry 0 stays empty
+    struct PrinterRow {
+        QString name;
+        QString status;
+    };
+    std::array<PrinterRow, 101> m_PrinterTable;
+    Int16 m_CurGridRow;
+    Int16 m_PrevGridRow;
+    bool m_InRowChange = false;
 
     // the image object: the TIFF of the last job, frame by frame
     std::unique_ptr<ImageFile> m_ImageFile;

@@ -1,6 +1,8 @@
 // The printer list, its on-line check and the printer tools.
 #include "server/frmMain.h"
 
+#include "common/runtimeerror.h"
+
 #include <QListWidget>
 
 void frmMain::PopulateListControlWithPrinters(QListWidget* ListControl)
@@ -17,3 +19,7 @@ void frmMain::Command6_Click() {}
 void frmMain::Command7_Click() {}
 void frmMain::Command8_Click() {}
 void frmMain::Command9_Click() {}
+void frmMain::connectPrinterList()
+{
+    connect(List2, &QListWidget::itemClicked, this, Guarded([this] { List2_MouseUp(); }));
+}
