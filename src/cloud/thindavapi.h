@@ -1,0 +1,158 @@
+#pragma once
+
+// A small asynchronous WebDAV client: one request at a time, one Complete
+// signal per request, response data valid only while Complete runs.
+
+#include "cloud/davlisting.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QPair>
+#include <QPointer>
+#include <QString>
+#include <QVariant>
+
+class QNetworkAccessManager;
+class QNetworkReply;
+class QNetworkRequest;
+
+// The response headers of an OPTIONS request: items under keys, keys
+// compared without regard to case, in the order they were added.
+class DavCollection
+{
+public:
+    int Count() const { return int(m_items.size()); }
+    bool isEmpty() const { return m_items.isEmpty(); }
+    bool Contains(const QString& key) const { return indexOf(key) >= 0; }
+    // "" when the key is absent.
+    QString Item(const QString& key) const;
+    QString Item(int index) const { return m_items.value(index).second; }
+    QStringList Keys() const;
+    // False (nothing added) when the key is present already.
+    bool Add(const QString& item, const QString& key);
+    void Remove(const QString& key);
+    void Clear() { m_items.clear(); }
+
+private:
+    qsizetype indexOf(const QString& key) const;
+    QList<QPair<QString, QString>> m_items; // key, item
+};
+
+// All response headers as text ("Name: value" lines split by CR LF) to the
+// collection: item "Name:value" under key "Name"; a repeated name is joined
+// to the first with ", " and moves to the end.
+DavCollection BuildRespHeaders(const QString& allHeaders);
+
+class ThinDavApi : public QObject
+{
+    Q_OBJECT
+public:
+    // The value of Request and the argument of Complete.
+    enum RequestCode {
+        rqCopy = 0,
+        rqDelete = 1,
+        rqGetDir = 2,
+        rqGetFileBytes = 3,
+        rqGetFileLength = 4,
+        rqGetFileText = 5,
+        rqGetOptions = 6,
+        rqMakeDir = 7,
+        rqMove = 8,
+        rqPutFileBytes = 9,
+        rqPutFileText = 10,
+    };
+
+    explicit ThinDavApi(QObject* parent = nullptr);
+    ~ThinDavApi() override;
+
+    // Basic credentials sent with every request.
+    QString User;
+    QString PW;
+
+    bool Aborted() const { return m_aborted; }
+    const QString& BaseUrl() const { return m_baseUrl; }
+    void setBaseUrl(const QString& url);
+    const QList<DirEntry>& DirEntries() const { return m_dirEntries; }
+    const QByteArray& FileBytes() const { return m_fileBytes; }
+    const QString& FileText() const { return m_fileText; }
+    qint32 Length() const { return m_length; }
+    bool IsStatus2XX() const { return m_status >= 200 && m_status <= 299; }
+    // The request's state now: 0 none or aborted, 1 sent, 2 headers
+    // received, 3 receiving the body, 4 done.
+    int ReadyState() const { return m_readyState; }
+    int Request() const { return m_request; }
+    const DavCollection& RespHeaders() const { return m_respHeaders; }
+    int Status() const { return m_status; }
+    const QString& StatusText() const { return m_statusText; }
+    const QVariant& Tag() const { return m_tag; }
+    const QString& XML() const { return m_xml; }
+    static QString Version() { return QStringLiteral("001.000"); }
+    const QString& UserAgent() const { return m_userAgent; }
+    const QString& Origin() const { return m_origin; }
+
+    void Copy(const QString& DirOrFileFromName, const QString& DirOrFileToName, bool OverWrite,
+              bool RecurseDir, const QVariant& Tag = {});
+    void Delete(const QString& DirOrFileName, const QVariant& Tag = {});
+    void GetDir(const QString& DirOrFileName, bool ChildInfo, const QVariant& Tag = {});
+    void GetFileBytes(const QString& DirOrFileName, const QVariant& Tag = {});
+    void GetFileLength(const QString& DirOrFileName, const QVariant& Tag = {});
+    void GetFileText(const QString& DirOrFileName, const QVariant& Tag = {});
+    void GetOptions(const QVariant& Tag = {});
+    void MakeDir(const QString& DirName, const QVariant& Tag = {});
+    void Move(const QString& DirOrFileOldName, const QString& DirOrFileNewName, bool OverWrite,
+              const QVariant& Tag = {});
+    void PutFileBytes(const QString& DirOrFileName, const QByteArray& FileBytes,
+                      const QString& ContentType, const QVariant& Tag = {});
+    void PutFileText(const QString& DirOrFileName, const QString& FileText,
+                     const QString& ContentType, const QVariant& Tag = {});
+    void AbortRequest(const QVariant& Tag = {});
+
+    // Runs at every change of the pending request's state; acts on "done".
+    void ReadyStateAsyncCallback();
+
+    // An empty name is "/"; otherwise one leading and one trailing "/" go.
+    static QString NormalisePath(const QString& name);
+    // The URL a name is requested at: base URL followed by the normalised
+    // name; a blank or a backslash travels as %20 and %5C.
+    QString RequestUrl(const QString& name) const;
+
+    // Text of the user message that PutFileText shows.
+    static QString UploadMessage();
+
+signals:
+    // Once per request; response properties are valid only while it runs.
+    void Complete(int Request);
+
+private:
+    void start(RequestCode code, const QVariant& tag);
+    QNetworkRequest open(const QString& name);
+    void send(QNetworkRequest& request, const QByteArray& verb, const QByteArray& body = {},
+              bool hasBody = false);
+    void dropReply();
+    void sendFailed(int number, const QString& description);
+    void raiseComplete();
+    void clearResponse();
+
+    QNetworkAccessManager* m_http = nullptr;
+    QPointer<QNetworkReply> m_reply;
+    DavDateParser m_dates;
+
+    bool m_aborted = false;
+    QString m_baseUrl;
+    QList<DirEntry> m_dirEntries;
+    QByteArray m_fileBytes;
+    QString m_fileText;
+    qint32 m_length = 0;
+    int m_request = 0;
+    DavCollection m_respHeaders;
+    int m_status = 0;
+    QString m_statusText;
+    QVariant m_tag;
+    QString m_xml;
+    qsizetype m_baseLength = 0;
+    QString m_origin;
+    QString m_parseError;
+    QString m_userAgent;
+    int m_readyState = 0;
+};
