@@ -1,0 +1,105 @@
+#pragma once
+
+// The Apache share of the webdav fixture, and a ThinDavApi run to its end.
+#include "cloud/thindavapi.h"
+#include "testsupport.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTest>
+#include <functional>
+
+struct DavShare {
+    QString url, user, password, root, home;
+    bool ok = false;
+
+    static DavShare fromFixture()
+    {
+        const auto env = serviceEnv(QStringLiteral("webdav"));
+        DavShare s;
+        s.url = env.value(QStringLiteral("DAV_URL"));
+        s.user = env.value(QStringLiteral("DAV_USER"));
+        s.password = env.value(QStringLiteral("DAV_PASSWORD"));
+        s.root = env.value(QStringLiteral("DAV_ROOT"));
+        s.home = env.value(QStringLiteral("DAV_HOME"));
+        s.ok = !s.url.isEmpty();
+        return s;
+    }
+    // Request lines Apache logged, as they arrived.
+    QString accessLog() const
+    {
+        QFile f(home + QStringLiteral("/logs/access.log"));
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    }
+};
+
+// What Complete saw while it ran.
+struct Completion {
+    int request = -1;
+    int status = 0;
+    QString statusText;
+    QList<DirEntry> entries;
+    QByteArray bytes;
+    QString text;
+    qint32 length = 0;
+    DavCollection headers;
+    QString xml;
+    QVariant tag;
+    bool aborted = false;
+    int readyState = -1;
+};
+
+class CompletionLog : public QObject
+{
+public:
+    explicit CompletionLog(ThinDavApi& api) : m_api(api)
+    {
+        connect(&api, &ThinDavApi::Complete, this, [this](int request) {
+            Completion c;
+            c.request = request;
+            c.status = m_api.Status();
+            c.statusText = m_api.StatusText();
+            c.entries = m_api.DirEntries();
+            c.bytes = m_api.FileBytes();
+            c.text = m_api.FileText();
+            c.length = m_api.Length();
+            c.headers = m_api.RespHeaders();
+            c.xml = m_api.XML();
+            c.tag = m_api.Tag();
+            c.aborted = m_api.Aborted();
+            c.readyState = m_api.ReadyState();
+            all.append(c);
+        });
+    }
+    // Starts a request and waits (bounded) for its Complete.
+    bool run(const std::function<void()>& start)
+    {
+        const qsizetype before = all.size();
+        start();
+        for (int i = 0; i < 1000 && all.size() == before; ++i)
+            QTest::qWait(10);
+        return all.size() == before + 1;
+    }
+    const Completion& last() const { return all.last(); }
+    QList<Completion> all;
+
+private:
+    ThinDavApi& m_api;
+};
+
+// A port on 127.0.0.1 where nothing listens.
+inline quint16 closedPort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    const quint16 port = probe.serverPort();
+    probe.close();
+    return port;
+}
+
+inline QString uniqueName(const char* prefix)
+{
+    return QString::fromLatin1(prefix) + QString::number(QCoreApplication::applicationPid());
+}
