@@ -8,6 +8,7 @@
 #include "convert/imagefile.h"
 #include "platform/ghostscript.h"
 #include "server/globals.h"
+#include "server/jobsocket.h"
 #include "server/socketlistener.h"
 
 #include <QAction>
@@ -27,7 +28,6 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTableWidget>
-#include <QTcpSocket>
 #include <QTimer>
 #include <QVBoxLayout>
 

@@ -2,6 +2,7 @@
 
 #include "common/int16.h"
 #include "common/log.h"
+#include "server/jobbuffer.h"
 
 #include <QByteArray>
 #include <QString>
@@ -21,9 +22,9 @@ class QAction;
 class QPushButton;
 class QRadioButton;
 class QTableWidget;
-class QTcpSocket;
 class QTimer;
 class SocketListener;
+class JobSocket;
 class ctlSysTrayBalloon;
 class UcCloudSrvr;
 class ImageFile;
@@ -42,7 +43,7 @@ public:
     void Form_Load();
     bool isListening() const;
     bool isLoaded() const { return m_Loaded; }
-    const QByteArray& jobBuffer() const { return m_JobBuffer; }
+    QByteArray jobBuffer() const { return m_JobBuffer.view(); }
     int connectionCount() const { return m_ConnCount; }
     const QString& statusText() const { return m_StatusText; }
     const QString& lastRequestId() const { return m_LastRequestId; }
@@ -139,7 +140,7 @@ private:
     void setupTray();          // frmMain_tray.cpp
     bool startupEntryExists(); // frmMain_tray.cpp
     void startListening();
-    QTcpSocket* loadSocket(int index);
+    JobSocket* loadSocket(int index);
     void addStatus(const QString& text);
     void connectPrinterList(); // frmMain_printers.cpp
 
@@ -156,13 +157,13 @@ private:
     QString m_CloudClientServerId;
 
     // intake state
-    QByteArray m_JobBuffer;
+    JobBuffer m_JobBuffer;
     Int16 m_ConnCount;
     QString m_StatusText;
     QString m_LastRequestId;
     std::unique_ptr<SocketListener> m_Socket0;
-    std::map<int, QTcpSocket*> m_Socket; // elements 1.. of the socket array
-    QTcpSocket* m_PendingRequest = nullptr;
+    std::map<int, JobSocket*> m_Socket; // elements 1.. of the socket array
+    JobSocket* m_PendingRequest = nullptr;
 
     // printer list: FG2 row r shows m_PrinterTable[r]; entry 0 stays empty
     struct PrinterRow {

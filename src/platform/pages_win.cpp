@@ -1,0 +1,18 @@
+#include "platform/pages.h"
+
+#include <cstdlib>
+
+void* pages::allocate(std::size_t bytes)
+{
+    return std::malloc(bytes);
+}
+
+void* pages::grow(void* data, std::size_t, std::size_t newBytes)
+{
+    return std::realloc(data, newBytes);
+}
+
+void pages::release(void* data, std::size_t)
+{
+    std::free(data);
+}

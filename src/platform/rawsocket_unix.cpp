@@ -1,0 +1,47 @@
+#include "platform/rawsocket.h"
+
+#include <QHostAddress>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+qint64 rawsocket::receive(qintptr fd, char* into, qint64 max)
+{
+    for (;;) {
+        const ssize_t n = ::recv(int(fd), into, size_t(max), 0);
+        if (n >= 0)
+            return n;
+        if (errno == EINTR)
+            continue;
+        return (errno == EAGAIN || errno == EWOULDBLOCK) ? WouldBlock : Failed;
+    }
+}
+
+void rawsocket::setNonBlocking(qintptr fd)
+{
+    const int flags = ::fcntl(int(fd), F_GETFL);
+    ::fcntl(int(fd), F_SETFL, flags | O_NONBLOCK);
+}
+
+void rawsocket::setReceiveBuffer(qintptr fd, int bytes)
+{
+    ::setsockopt(int(fd), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
+QString rawsocket::peerAddress(qintptr fd)
+{
+    sockaddr_storage ss{};
+    socklen_t len = sizeof ss;
+    if (::getpeername(int(fd), reinterpret_cast<sockaddr*>(&ss), &len) != 0)
+        return QString();
+    QHostAddress a(reinterpret_cast<const sockaddr*>(&ss));
+    bool isV4 = false;
+    const quint32 v4 = a.toIPv4Address(&isV4);
+    return isV4 ? QHostAddress(v4).toString() : a.toString();
+}
+
+void rawsocket::close(qintptr fd)
+{
+    ::close(int(fd));
+}

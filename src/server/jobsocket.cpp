@@ -1,0 +1,64 @@
+#include "server/jobsocket.h"
+
+#include "platform/rawsocket.h"
+#include "server/jobbuffer.h"
+
+namespace
+{
+constexpr qint64 kReadChunk = 1 << 20;
+// A large receive window lets a big job flow without stalling the sender.
+constexpr int kReceiveBufferBytes = 4 * 1024 * 1024;
+} // namespace
+
+JobSocket::JobSocket(qintptr descriptor, QObject* parent)
+    : QObject(parent), m_fd(descriptor), m_remoteHostIP(rawsocket::peerAddress(descriptor)),
+      m_notifier(descriptor, QSocketNotifier::Read)
+{
+    m_notifier.setEnabled(false);
+    rawsocket::setNonBlocking(m_fd);
+    rawsocket::setReceiveBuffer(m_fd, kReceiveBufferBytes);
+    connect(&m_notifier, &QSocketNotifier::activated, this, &JobSocket::DataArrival);
+}
+
+JobSocket::~JobSocket()
+{
+    Close();
+}
+
+void JobSocket::Accept()
+{
+    m_notifier.setEnabled(true);
+}
+
+qint64 JobSocket::GetData(JobBuffer& buffer)
+{
+    qint64 total = 0;
+    while (m_fd >= 0 && !m_peerClosed) {
+        char* tail = buffer.reserveTail(kReadChunk);
+        const qint64 n = rawsocket::receive(m_fd, tail, kReadChunk);
+        if (n > 0) {
+            buffer.commit(n);
+            total += n;
+            continue;
+        }
+        if (n == rawsocket::WouldBlock)
+            break;
+        m_peerClosed = true; // 0: closed by the peer; or a failed connection
+    }
+    if (m_peerClosed && !m_closeReported) {
+        m_closeReported = true;
+        m_notifier.setEnabled(false);
+        // The close is its own event, after the data that came with it.
+        QMetaObject::invokeMethod(this, &JobSocket::Closed, Qt::QueuedConnection);
+    }
+    return total;
+}
+
+void JobSocket::Close()
+{
+    if (m_fd < 0)
+        return;
+    m_notifier.setEnabled(false);
+    rawsocket::close(m_fd);
+    m_fd = -1;
+}

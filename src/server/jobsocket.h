@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QObject>
+#include <QSocketNotifier>
+#include <QString>
+
+class JobBuffer;
+
+// One accepted connection of the socket array. It reads what arrives
+// straight onto the end of the job buffer and reports the peer's close.
+class JobSocket : public QObject
+{
+    Q_OBJECT
+public:
+    // Takes over the accepted descriptor; the peer's address is kept, as it
+    // is gone once the connection closes.
+    explicit JobSocket(qintptr descriptor, QObject* parent = nullptr);
+    ~JobSocket() override;
+
+    qintptr descriptor() const { return m_fd; }
+    const QString& RemoteHostIP() const { return m_remoteHostIP; }
+    // Starts reporting arrivals (the socket is then "accepted").
+    void Accept();
+    // Moves everything received so far into the buffer; returns the byte count.
+    qint64 GetData(JobBuffer& buffer);
+    void Close();
+
+signals:
+    void DataArrival();
+    void Closed(); // the peer closed (or the connection failed)
+
+private:
+    qintptr m_fd;
+    QString m_remoteHostIP;
+    QSocketNotifier m_notifier;
+    bool m_peerClosed = false;
+    bool m_closeReported = false;
+};
