@@ -1,9 +1,13 @@
 #include "server/runoptions.h"
 
+#include "common/log.h"
+#include "common/runtimeerror.h"
 #include "server/frmMain.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QListWidget>
+#include <QRadioButton>
 #include <cstdio>
 #include <cstring>
 
@@ -24,6 +28,11 @@ RunOptions RunOptions::fromArguments(int argc, char* argv[])
 
 bool RunOptions::parse(const QApplication& app)
 {
+    return parse(app.arguments());
+}
+
+bool RunOptions::parse(const QStringList& arguments)
+{
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Quorvel print server: receives PostScript jobs on TCP port 9100."));
@@ -36,8 +45,18 @@ bool RunOptions::parse(const QApplication& app)
                                  QStringLiteral("Folder that holds ImagesPdfExport (default: the "
                                                 "program's own folder)."),
                                  QStringLiteral("DIR"));
-    parser.addOptions({headlessOpt, portOpt, folderOpt});
-    if (!parser.parse(app.arguments())) {
+    QCommandLineOption outputOpt(
+        QStringLiteral("output"),
+        QStringLiteral("What becomes of a job: pdf (default), tiff, jpeg, print or cloud."),
+        QStringLiteral("KIND"));
+    QCommandLineOption colourOpt(
+        QStringList{QStringLiteral("colour"), QStringLiteral("color")},
+        QStringLiteral("Colour images instead of grayscale (tiff, jpeg)."));
+    QCommandLineOption printerOpt(QStringLiteral("printer"),
+                                  QStringLiteral("The printer that print jobs go to."),
+                                  QStringLiteral("NAME"));
+    parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt});
+    if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
     }
@@ -54,7 +73,69 @@ bool RunOptions::parse(const QApplication& app)
     port = quint16(p);
     headless = headless || parser.isSet(headlessOpt);
     programFolder = parser.value(folderOpt);
+    output = parser.value(outputOpt).trimmed().toLower();
+    static const QStringList kinds{QStringLiteral("pdf"), QStringLiteral("tiff"),
+                                   QStringLiteral("jpeg"), QStringLiteral("print"),
+                                   QStringLiteral("cloud")};
+    if (parser.isSet(outputOpt) && !kinds.contains(output)) {
+        std::fprintf(stderr, "--output: one of pdf, tiff, jpeg, print, cloud; not %s\n",
+                     qPrintable(parser.value(outputOpt)));
+        return false;
+    }
+    colour = parser.isSet(colourOpt);
+    printer = parser.value(printerOpt);
     return true;
 }
 
-void RunOptions::apply(frmMain&) const {}
+namespace
+{
+// The row a click in the printer list would hit: the exact name first, then
+// the name trimmed and without regard to case.
+QListWidgetItem* printerItem(QListWidget* list, const QString& name)
+{
+    for (int i = 0; i < list->count(); ++i)
+        if (list->item(i)->text() == name)
+            return list->item(i);
+    for (int i = 0; i < list->count(); ++i)
+        if (list->item(i)->text().trimmed().compare(name.trimmed(), Qt::CaseInsensitive) == 0)
+            return list->item(i);
+    return nullptr;
+}
+} // namespace
+
+void RunOptions::apply(frmMain& window) const
+{
+    // The same clicks a user would make, so the window's own handlers decide.
+    if (output == QLatin1String("pdf")) {
+        window.Option1->click();
+    } else if (output == QLatin1String("tiff")) {
+        window.Option2->click();
+        window.Option4->click();
+    } else if (output == QLatin1String("jpeg")) {
+        window.Option2->click();
+        window.Option5->click();
+    } else if (output == QLatin1String("print")) {
+        window.Option3->click();
+    } else if (output == QLatin1String("cloud")) {
+        if (!window.Option9->isEnabled())
+            Log::line(QStringLiteral("--output cloud: no cloud server is chosen "
+                                     "(CloudClientUserId, CloudClientServerId); the output stays "
+                                     "as it was"),
+                      true);
+        window.Option9->click();
+    }
+    if (colour)
+        window.Option7->click();
+    if (!printer.isNull()) {
+        if (QListWidgetItem* item = printerItem(window.List2, printer)) {
+            window.List2->setCurrentItem(item);
+            RunGuarded([&] { window.List2_MouseUp(); });
+        } else {
+            Log::line(QStringLiteral("--printer: no printer named \"%1\"; the printer stays %2")
+                          .arg(printer, window.List2->currentItem()
+                                            ? window.List2->currentItem()->text()
+                                            : QStringLiteral("unchosen")),
+                      true);
+        }
+    }
+}

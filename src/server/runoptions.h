@@ -11,11 +11,17 @@ struct RunOptions {
     bool headless = false;
     quint16 port = 9100;
     QString programFolder;
+    // What becomes of a job: "pdf", "tiff", "jpeg", "print", "cloud"; empty
+    // keeps the start-up choice (a grayscale PDF).
+    QString output;
+    bool colour = false;
+    QString printer;
 
     // Decides on --headless before the application exists (no display means headless).
     static RunOptions fromArguments(int argc, char* argv[]);
     // Full parse; prints help or the error and returns false when the program should end.
     bool parse(const QApplication& app);
+    bool parse(const QStringList& arguments);
     // Selects what the options ask for, as the user's clicks would.
     void apply(frmMain& window) const;
 };
