@@ -2,6 +2,7 @@
 
 #include <QImage>
 #include <QtGlobal>
+#include <cstdlib>
 #include <memory>
 
 class QPainter;
@@ -56,7 +57,7 @@ public:
     // The first byte of the bottom row; null when empty.
     uchar* DIBSectionBitsPtr() { return m_bits.get(); }
     const uchar* DIBSectionBitsPtr() const { return m_bits.get(); }
-    // The image top-down as a QImage copy (Format_RGB888).
+    // The image top-down as a QImage copy (Format_BGR888).
     QImage toImage() const;
 
     void ClearUp();
@@ -72,7 +73,10 @@ private:
         return m_bits.get() + qsizetype(m_height - 1 - yTopDown) * m_pitch;
     }
 
-    std::unique_ptr<uchar[]> m_bits;
+    struct Free {
+        void operator()(uchar* p) const { std::free(p); }
+    };
+    std::unique_ptr<uchar, Free> m_bits;
     qint32 m_width = 0;
     qint32 m_height = 0;
     qint32 m_pitch = 0;

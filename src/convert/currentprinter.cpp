@@ -1,32 +1,134 @@
 #include "convert/currentprinter.h"
+
+#include "common/log.h"
+#include "platform/printertools.h"
+
+#include <QCoreApplication>
 #include <QImage>
+#include <QPainter>
 #include <QPrinter>
 #include <QPrinterInfo>
+#include <memory>
+
+namespace
+{
+struct State {
+    std::unique_ptr<QPrinter> printer;
+    std::unique_ptr<QPainter> painter;
+    QString docName;
+    bool hooked = false;
+};
+
+State& state()
+{
+    static State s;
+    return s;
+}
+
+void releaseAll()
+{
+    CurrentPrinter::EndDoc();
+    // Released while the application still exists: a printer outliving it
+    // would be torn down after its plug-in.
+    state().printer.reset();
+}
+
+// The open document must reach the printer when the program ends.
+void hookProgramEnd()
+{
+    State& s = state();
+    if (s.hooked || !QCoreApplication::instance())
+        return;
+    s.hooked = true;
+    QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit,
+                     [] { CurrentPrinter::EndDoc(); });
+    qAddPostRoutine(releaseAll);
+}
+
+std::unique_ptr<QPrinter> makePrinter(const QPrinterInfo& info)
+{
+    auto printer = info.isNull() ? std::make_unique<QPrinter>(QPrinter::HighResolution)
+                                 : std::make_unique<QPrinter>(info, QPrinter::HighResolution);
+    // Coordinates cover the whole sheet, not only the printable area.
+    printer->setFullPage(true);
+    return printer;
+}
+} // namespace
+
+QPrinter& CurrentPrinter::printer()
+{
+    State& s = state();
+    if (!s.printer) {
+        hookProgramEnd();
+        s.printer = makePrinter(QPrinterInfo::defaultPrinter());
+    }
+    return *s.printer;
+}
+
 QString CurrentPrinter::DeviceName()
 {
     return printer().printerName();
 }
-void CurrentPrinter::Select(const QPrinterInfo& p)
+
+void CurrentPrinter::Select(const QPrinterInfo& info)
 {
-    printer().setPrinterName(p.printerName());
+    EndDoc();
+    hookProgramEnd();
+    state().printer = makePrinter(info);
 }
-void CurrentPrinter::SetDocName(const QString&) {}
+
+void CurrentPrinter::SetDocName(const QString& name)
+{
+    state().docName = name;
+}
+
 int CurrentPrinter::Width()
 {
-    return 0;
+    return printer().width();
 }
+
 int CurrentPrinter::Height()
 {
-    return 0;
+    return printer().height();
 }
-void CurrentPrinter::PaintPicture(const QImage&, int, int, int, int) {}
+
 bool CurrentPrinter::HasOpenDocument()
 {
-    return false;
+    return state().painter != nullptr;
 }
-void CurrentPrinter::EndDoc() {}
-QPrinter& CurrentPrinter::printer()
+
+void CurrentPrinter::PaintPicture(const QImage& picture, int left, int top, int width, int height)
 {
-    static QPrinter p;
-    return p;
+    State& s = state();
+    QPrinter& target = printer();
+    if (!s.painter) {
+        const QString name = target.printerName();
+        // CUPS drops a job sent to a queue that refuses jobs, and Qt does not tell.
+        if (!name.isEmpty() && !PrinterTools::acceptsJobs(name))
+            Log::line(
+                QStringLiteral("Printer \"%1\" does not accept jobs: the page is lost").arg(name));
+        target.setDocName(s.docName.isEmpty() ? QStringLiteral("Quorvel") : s.docName);
+        auto painter = std::make_unique<QPainter>();
+        if (!painter->begin(&target)) {
+            Log::line(QStringLiteral("Cannot print on \"%1\"").arg(name));
+            return;
+        }
+        s.painter = std::move(painter);
+    }
+    s.painter->drawImage(QRect(left, top, width, height), picture);
+}
+
+void CurrentPrinter::EndDoc()
+{
+    State& s = state();
+    if (!s.painter)
+        return;
+    std::unique_ptr<QPainter> painter = std::move(s.painter);
+    const QString name = s.printer ? s.printer->printerName() : QString();
+    if (painter->end())
+        Log::line(QStringLiteral("Document \"%1\" sent to printer \"%2\"")
+                      .arg(s.printer ? s.printer->docName() : QString(), name));
+    else
+        Log::line(QStringLiteral("Printer \"%1\" could not finish the document").arg(name));
+    s.docName.clear();
 }

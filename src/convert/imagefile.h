@@ -5,8 +5,8 @@
 #include <QVector>
 
 // The image object: a multi-page TIFF loaded frame by frame with libtiff.
-// Loading reads every page's description; a frame's pixels are decoded when
-// it is asked for as a picture.
+// Loading reads every page's description; a frame's pixels are decoded each
+// time it is asked for as a picture (a colour page is 100 MB: none is kept).
 class ImageFile
 {
 public:
@@ -44,6 +44,4 @@ private:
     QVector<Frame> m_frames;
     int m_activeFrame = 0;
     mutable QString m_lastError;
-    mutable QImage m_cache; // the decoded active frame
-    mutable int m_cacheFrame = 0;
 };

@@ -1,6 +1,59 @@
 #include "convert/jpegwriter.h"
+
+#include "common/msgbox.h"
 #include "convert/cdibsection.h"
-bool SaveJPG(const cDIBSection&, const QString&, int)
+
+#include <QSaveFile>
+#include <memory>
+#include <turbojpeg.h>
+
+namespace
 {
-    return false;
+struct TjCloser {
+    void operator()(void* handle) const { tjDestroy(handle); }
+};
+struct TjFree {
+    void operator()(unsigned char* buffer) const { tjFree(buffer); }
+};
+
+void failed()
+{
+    MsgBox(QStringLiteral("Failed to save to JPG"), MsgIcon::Exclamation);
+}
+} // namespace
+
+bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
+{
+    std::unique_ptr<void, TjCloser> handle(tjInitCompress());
+    if (!handle) {
+        // TurboJPEG gives no code when it cannot start; -1 stands for it.
+        MsgBox(QStringLiteral("Failed to initialise the IJL library: ") + QString::number(-1),
+               MsgIcon::Exclamation);
+        return false;
+    }
+    const unsigned char* bits = image.DIBSectionBitsPtr();
+    if (!bits || image.Width() <= 0 || image.Height() <= 0) {
+        failed();
+        return false;
+    }
+    unsigned char* jpeg = nullptr;
+    unsigned long jpegSize = 0;
+    // Rows are bottom row first, blue-green-red, padded to the buffer's pitch.
+    const int result =
+        tjCompress2(handle.get(), bits, image.Width(), image.BytesPerScanLine(), image.Height(),
+                    TJPF_BGR, &jpeg, &jpegSize, TJSAMP_420, quality, TJFLAG_BOTTOMUP);
+    std::unique_ptr<unsigned char, TjFree> owned(jpeg);
+    if (result != 0 || !jpeg) {
+        failed();
+        return false;
+    }
+    // Written under the full Unicode name, and whole or not at all.
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(reinterpret_cast<const char*>(jpeg), qint64(jpegSize)) != qint64(jpegSize) ||
+        !file.commit()) {
+        failed();
+        return false;
+    }
+    return true;
 }

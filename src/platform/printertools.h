@@ -2,7 +2,6 @@
 
 #include <QMap>
 #include <QString>
-#include <QUrl>
 
 // Printer tools and printer state, per platform. Windows runs the rundll32
 // printer tools and asks the spooler; elsewhere CUPS is asked and its web

@@ -2,24 +2,241 @@
 #include "server/frmMain.h"
 
 #include "common/runtimeerror.h"
+#include "common/settings.h"
+#include "convert/currentprinter.h"
+#include "convert/printers.h"
+#include "platform/printertools.h"
 
+#include <QEvent>
+#include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
+#include <QPainter>
+#include <QPixmap>
+#include <QTableWidget>
+#include <QTimer>
+#include <functional>
+
+namespace
+{
+constexpr int kLastPrinterRow = 100; // the table's fixed bound
+const QColor kWhite(0xFF, 0xFF, 0xFF);
+const QColor kYellow(0xFF, 0xFF, 0x00);
+
+constexpr int twips(int t)
+{
+    return t / 15;
+}
+
+// Key and mouse releases of a widget, as the window's handlers want them.
+class ReleaseHook : public QObject
+{
+public:
+    ReleaseHook(QObject* parent, QEvent::Type type, std::function<void()> handler)
+        : QObject(parent), m_type(type), m_handler(std::move(handler))
+    {
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == m_type)
+            m_handler();
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QEvent::Type m_type;
+    std::function<void()> m_handler;
+};
+
+QString listText(const QListWidget* list)
+{
+    const QListWidgetItem* item = list->currentItem();
+    return item ? item->text() : QString();
+}
+
+// Selects the item showing this text, as a list box does when its text is set.
+void setListText(QListWidget* list, const QString& text)
+{
+    for (int i = 0; i < list->count(); ++i)
+        if (list->item(i)->text() == text) {
+            list->setCurrentRow(i);
+            return;
+        }
+}
+
+QPixmap statusPicture(const QColor& colour, bool crossed)
+{
+    QPixmap pixmap(16, 16);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(colour.darker(150));
+    p.setBrush(colour);
+    p.drawEllipse(QRectF(2.5, 2.5, 11, 11));
+    if (crossed) {
+        p.setPen(QPen(Qt::white, 2));
+        p.drawLine(QPointF(5.5, 5.5), QPointF(10.5, 10.5));
+        p.drawLine(QPointF(10.5, 5.5), QPointF(5.5, 10.5));
+    }
+    return pixmap;
+}
+
+QTableWidgetItem* cell(QTableWidget* grid, int row, int column)
+{
+    QTableWidgetItem* item = grid->item(row, column);
+    if (!item) {
+        item = new QTableWidgetItem;
+        item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+        grid->setItem(row, column, item);
+    }
+    return item;
+}
+} // namespace
+
+void frmMain::connectPrinterList()
+{
+    auto* mouse =
+        new ReleaseHook(List2, QEvent::MouseButtonRelease, Guarded([this] { List2_MouseUp(); }));
+    List2->viewport()->installEventFilter(mouse);
+    auto* keys = new ReleaseHook(List2, QEvent::KeyRelease, Guarded([this] { List2_KeyUp(); }));
+    List2->installEventFilter(keys);
+    picC->setPixmap(statusPicture(QColor(0x2E, 0xA0, 0x43), false));
+    picUnC->setPixmap(statusPicture(QColor(0xC6, 0x28, 0x28), true));
+}
 
 void frmMain::PopulateListControlWithPrinters(QListWidget* ListControl)
 {
+    // 1.
     ListControl->clear();
+    const QStringList printers = installedPrinterNames();
+    FG2->setColumnCount(2);
+
+    // 2. The remembered name selects its printer whatever its case and blanks.
+    if (!printers.isEmpty()) {
+        if (m_PrinterName.trimmed().isEmpty())
+            m_PrinterName = CurrentPrinter::DeviceName();
+        const QString wanted = m_PrinterName.trimmed().toUpper();
+        for (const QString& deviceName : printers) {
+            ListControl->addItem(deviceName);
+            if (!wanted.isEmpty() && wanted == deviceName.trimmed().toUpper())
+                setListText(ListControl, deviceName);
+        }
+    } else {
+        ListControl->addItem(QStringLiteral("(No Printer Installed)"));
+    }
+
+    // 3.-4. The grid mirrors the list; its own row changes are not handled meanwhile.
+    m_InRowChange = true;
+    FG2->clearContents();
+    FG2->setColumnCount(2);
+    FG2->setRowCount(List2->count());
+    for (int i = 0; i < ListControl->count(); ++i) {
+        QTableWidgetItem* name = cell(FG2, i, 1);
+        name->setText(ListControl->item(i)->text());
+        cell(FG2, i, 0);
+        if (i + 1 > kLastPrinterRow) {
+            m_InRowChange = false;
+            RaiseError(rt::SubscriptOutOfRange);
+        }
+        m_PrinterTable[size_t(i + 1)] = {name->text(), QString()};
+    }
+
+    // 5.
+    m_CurGridRow = ListControl->currentRow() + 1;
+    FG2->setColumnWidth(0, twips(300));
+    FG2->setColumnWidth(1, twips(3800));
+    if (m_CurGridRow > 0)
+        FG2->setCurrentCell(m_CurGridRow - 1, 1);
+    else
+        FG2->setCurrentCell(-1, -1);
+    m_PrevGridRow = 0;
+    m_InRowChange = false;
+
+    // 6.-7.
+    FG2_RowColChange();
+    Timer1->start();
 }
-void frmMain::List2_MouseUp() {}
-void frmMain::List2_KeyUp() {}
-void frmMain::FG2_RowColChange() {}
-void frmMain::Timer1_Timer() {}
-void frmMain::Command3_Click() {}
-void frmMain::Command4_Click() {}
-void frmMain::Command6_Click() {}
-void frmMain::Command7_Click() {}
-void frmMain::Command8_Click() {}
-void frmMain::Command9_Click() {}
-void frmMain::connectPrinterList()
+
+void frmMain::FG2_RowColChange()
 {
-    connect(List2, &QListWidget::itemClicked, this, Guarded([this] { List2_MouseUp(); }));
+    if (m_InRowChange)
+        return;
+    m_InRowChange = true;
+    struct Reset {
+        bool& flag;
+        ~Reset() { flag = false; }
+    } reset{m_InRowChange};
+
+    const Int16 newRow = FG2->currentRow() + 1;
+    if (m_PrevGridRow != 0 && m_PrevGridRow <= FG2->rowCount())
+        cell(FG2, m_PrevGridRow - 1, 1)->setBackground(kWhite);
+    if (newRow != 0) {
+        QTableWidgetItem* item = cell(FG2, newRow - 1, 1);
+        setListText(List2, item->text());
+        List2_MouseUp();
+        item->setBackground(kYellow);
+        TxtEdit->setGeometry(FG2->visualItemRect(item));
+    }
+    m_PrevGridRow = newRow;
+}
+
+void frmMain::List2_MouseUp()
+{
+    SettingsStore::put(QStringLiteral("Name"), listText(List2));
+}
+
+void frmMain::List2_KeyUp()
+{
+    List2_MouseUp();
+}
+
+void frmMain::Timer1_Timer()
+{
+    Timer1->stop();
+    const QMap<QString, bool> states = PrinterTools::offlineStates();
+    for (auto it = states.cbegin(); it != states.cend(); ++it) {
+        const QString workOffline = it.value() ? QStringLiteral("True") : QStringLiteral("False");
+        for (int r = 1; r <= FG2->rowCount() && r <= kLastPrinterRow; ++r) {
+            PrinterRow& entry = m_PrinterTable[size_t(r)];
+            if (it.key() != entry.name || workOffline == entry.status)
+                continue;
+            cell(FG2, r - 1, 0)
+                ->setData(Qt::DecorationRole, it.value() ? picUnC->pixmap() : picC->pixmap());
+            entry.status = workOffline;
+        }
+    }
+}
+
+void frmMain::Command9_Click()
+{
+    Timer1->start();
+}
+
+void frmMain::Command3_Click()
+{
+    txtLog->append(QStringLiteral("The network scan window is not available yet"));
+}
+
+void frmMain::Command4_Click()
+{
+    PrinterTools::showProperties(listText(List2));
+}
+
+void frmMain::Command8_Click()
+{
+    PrinterTools::showQueue(listText(List2));
+}
+
+void frmMain::Command7_Click()
+{
+    PrinterTools::showPrinterList();
+}
+
+void frmMain::Command6_Click()
+{
+    const QString folder = pathOfFile(TxtPath->text());
+    if (!folder.trimmed().isEmpty())
+        PrinterTools::openFolder(folder);
 }
