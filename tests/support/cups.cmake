@@ -1,0 +1,2 @@
+# A private CUPS scheduler with a cups-pdf queue and a queue that rejects jobs.
+quorvel_add_service(cups cups.sh)

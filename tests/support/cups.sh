@@ -1,0 +1,168 @@
+#!/bin/bash
+# A private CUPS scheduler for the printing tests: its own ServerRoot, spool
+# and logs in a folder under /tmp, a local socket plus 127.0.0.1 on a free port,
+# no systemd. /etc/cups stays as it is, but for the one cups-pdf file that the
+# cups-pdf backend only reads from there (removed again by "down").
+# Queues: QuorvelPDF (cups-pdf, the default), QuorvelFile (writes a file) and
+# QuorvelReject (refuses jobs, as cupsreject leaves it).
+# Usage: cups.sh up|down STATEDIR
+# "up" writes STATEDIR/cups.env: CUPS_SERVER (the socket), CUPS_PORT, CUPS_WEB,
+# CUPS_PDF_QUEUE, CUPS_FILE_QUEUE, CUPS_REJECT_QUEUE, CUPS_PDF_OUT (where
+# printed PDFs land), CUPS_FILE_OUT, CUPS_PID, CUPS_HOME.
+set -u
+MODE=${1:?up or down}
+STATE=${2:?state folder}
+ENVFILE=$STATE/cups.env
+
+stop() {
+    [ -f "$ENVFILE" ] || return 0
+    local pid home pdfconf
+    pid=$(sed -n 's/^CUPS_PID=//p' "$ENVFILE")
+    home=$(sed -n 's/^CUPS_HOME=//p' "$ENVFILE")
+    pdfconf=$(sed -n 's/^CUPS_PDF_CONF=//p' "$ENVFILE")
+    if [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; then
+        kill "$pid"
+        for _ in $(seq 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+        kill -0 "$pid" 2>/dev/null && kill -9 "$pid"
+    fi
+    case "$pdfconf" in /etc/cups/cups-pdf-quorvel*.conf) rm -f "$pdfconf" ;; esac
+    case "$home" in /tmp/quorvel-cups.*) rm -rf "$home" ;; esac
+    rm -f "$ENVFILE"
+}
+
+if [ "$MODE" = down ]; then
+    stop
+    exit 0
+fi
+[ "$MODE" = up ] || { echo "usage: $0 up|down STATEDIR" >&2; exit 2; }
+
+mkdir -p "$STATE"
+stop
+HOME_DIR=$(mktemp -d /tmp/quorvel-cups.XXXXXX)
+TAG=quorvel${HOME_DIR##*.}
+chmod 755 "$HOME_DIR"
+mkdir -p "$HOME_DIR/conf/ppd" "$HOME_DIR/logs" "$HOME_DIR/cache" "$HOME_DIR/state/certs" \
+    "$HOME_DIR/spool/tmp" "$HOME_DIR/pdf" "$HOME_DIR/file"
+chown root:lp "$HOME_DIR/spool" "$HOME_DIR/spool/tmp" "$HOME_DIR/cache"
+chmod 0710 "$HOME_DIR/spool"
+chmod 1770 "$HOME_DIR/spool/tmp"
+chmod 0770 "$HOME_DIR/cache"
+chmod 1777 "$HOME_DIR/pdf" "$HOME_DIR/file"
+SOCKET=$HOME_DIR/cups.sock
+
+cat > "$HOME_DIR/conf/cups-files.conf" <<CONF
+ServerRoot $HOME_DIR/conf
+SystemGroup root lpadmin
+FileDevice Yes
+RequestRoot $HOME_DIR/spool
+TempDir $HOME_DIR/spool/tmp
+CacheDir $HOME_DIR/cache
+StateDir $HOME_DIR/state
+AccessLog $HOME_DIR/logs/access_log
+ErrorLog $HOME_DIR/logs/error_log
+PageLog $HOME_DIR/logs/page_log
+CONF
+
+write_conf() {
+    cat > "$HOME_DIR/conf/cupsd.conf" <<CONF
+LogLevel info
+MaxLogSize 0
+ErrorPolicy retry-job
+Listen $SOCKET
+Listen 127.0.0.1:$1
+Browsing No
+BrowseLocalProtocols none
+DefaultAuthType Basic
+WebInterface Yes
+IdleExitTimeout 0
+<Location />
+  Order allow,deny
+  Allow from 127.0.0.1
+</Location>
+<Policy default>
+  JobPrivateAccess default
+  JobPrivateValues default
+  SubscriptionPrivateAccess default
+  SubscriptionPrivateValues default
+  <Limit Create-Job Print-Job Print-URI Validate-Job>
+    Order deny,allow
+  </Limit>
+  <Limit Send-Document Send-URI Hold-Job Release-Job Restart-Job Purge-Jobs Set-Job-Attributes Create-Job-Subscription Renew-Subscription Cancel-Subscription Get-Notifications Reprocess-Job Cancel-Current-Job Suspend-Current-Job Resume-Job Cancel-My-Jobs Close-Job CUPS-Move-Job CUPS-Get-Document>
+    Require user @OWNER @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit CUPS-Add-Modify-Printer CUPS-Delete-Printer CUPS-Add-Modify-Class CUPS-Delete-Class CUPS-Set-Default CUPS-Get-Devices Pause-Printer Resume-Printer Enable-Printer Disable-Printer Hold-New-Jobs Release-Held-New-Jobs Deactivate-Printer Activate-Printer Restart-Printer Shutdown-Printer Startup-Printer Promote-Job Schedule-Job-After Cancel-Jobs CUPS-Accept-Jobs CUPS-Reject-Jobs>
+    AuthType Default
+    Require user @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit Cancel-Job CUPS-Authenticate-Job>
+    Require user @OWNER @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit All>
+    Order deny,allow
+  </Limit>
+</Policy>
+CONF
+}
+
+# cups-pdf reads its settings only from /etc/cups/cups-pdf-NAME.conf.
+PDFCONF=/etc/cups/cups-pdf-$TAG.conf
+cat > "$PDFCONF" <<CONF
+Out $HOME_DIR/pdf
+AnonDirName $HOME_DIR/pdf
+UserUMask 0000
+Log $HOME_DIR/logs
+LogType 3
+Grp lpadmin
+CONF
+
+export CUPS_SERVER=$SOCKET
+for attempt in $(seq 20); do
+    PORT=$((20000 + (RANDOM % 30000)))
+    ss -Htln | awk '{print $4}' | grep -q ":$PORT\$" && continue
+    write_conf "$PORT"
+    rm -f "$SOCKET"
+    setsid /usr/sbin/cupsd -f -c "$HOME_DIR/conf/cupsd.conf" -s "$HOME_DIR/conf/cups-files.conf" </dev/null \
+        >>"$HOME_DIR/logs/cupsd.out" 2>&1 &
+    PID=$!
+    # lpstat -r says "is running" only once the scheduler answers.
+    for _ in $(seq 100); do
+        lpstat -r 2>/dev/null | grep -q "is running" && break
+        kill -0 "$PID" 2>/dev/null || break
+        sleep 0.1
+    done
+    if kill -0 "$PID" 2>/dev/null && lpstat -r 2>/dev/null | grep -q "is running"; then
+        ok=1
+        lpadmin -p QuorvelPDF -v "cups-pdf:/$TAG" -m lsb/usr/cups-pdf/CUPS-PDF_opt.ppd -E || ok=0
+        lpadmin -p QuorvelFile -v "file://$HOME_DIR/file/out.prn" \
+            -m drv:///sample.drv/generic.ppd -E || ok=0
+        lpadmin -p QuorvelReject -v file:///dev/null -m drv:///sample.drv/generic.ppd -E || ok=0
+        cupsreject QuorvelReject || ok=0
+        lpadmin -d QuorvelPDF || ok=0
+        if [ "$ok" = 1 ]; then
+            {
+                echo "CUPS_SERVER=$SOCKET"
+                echo "CUPS_PORT=$PORT"
+                echo "CUPS_WEB=http://127.0.0.1:$PORT"
+                echo "CUPS_PDF_QUEUE=QuorvelPDF"
+                echo "CUPS_FILE_QUEUE=QuorvelFile"
+                echo "CUPS_REJECT_QUEUE=QuorvelReject"
+                echo "CUPS_PDF_OUT=$HOME_DIR/pdf"
+                echo "CUPS_FILE_OUT=$HOME_DIR/file/out.prn"
+                echo "CUPS_PDF_CONF=$PDFCONF"
+                echo "CUPS_PID=$PID"
+                echo "CUPS_HOME=$HOME_DIR"
+            } > "$ENVFILE"
+            echo "CUPS scheduler on $SOCKET and 127.0.0.1:$PORT (pid $PID); PDFs in $HOME_DIR/pdf"
+            exit 0
+        fi
+    fi
+    kill "$PID" 2>/dev/null
+    wait "$PID" 2>/dev/null
+done
+echo "could not start cupsd; see $HOME_DIR/logs" >&2
+cat "$HOME_DIR/logs/"* >&2 2>/dev/null
+rm -f "$PDFCONF"
+exit 1
