@@ -1,15 +1,24 @@
 #include "cloud/davlisting.h"
 
+#include "cloud/davxmlreader.h"
+
 #include <QXmlStreamReader>
 #include <cmath>
 
 namespace
 {
-const QString kDav = QStringLiteral("DAV:");
-
-bool isDav(const QXmlStreamReader& xml, QLatin1StringView name)
+inline bool same(QStringView a, const char* b)
 {
-    return xml.name() == name && xml.namespaceUri() == kDav;
+    return a == QLatin1StringView(b);
+}
+inline bool same(QByteArrayView a, const char* b)
+{
+    return a == QByteArrayView(b);
+}
+
+template <class Reader> bool isDav(const Reader& xml, const char* name)
+{
+    return same(xml.name(), name) && same(xml.namespaceUri(), "DAV:");
 }
 
 // Leading number of a text ("05" -> 5, "5x" -> 5, "x" -> 0).
@@ -82,7 +91,9 @@ QByteArray DavPropfindBody()
 
 QDateTime DavZeroDate()
 {
-    return QDateTime(QDate(1899, 12, 30), QTime(0, 0), Qt::LocalTime);
+    // Built once: a local date costs a time-zone lookup.
+    static const QDateTime zero(QDate(1899, 12, 30), QTime(0, 0), Qt::LocalTime);
+    return zero;
 }
 
 QVariant DirEntry::field(int index) const
@@ -187,8 +198,10 @@ QDateTime DavDateParser::Parse(const QString& text, float localBias) const
 
     // Same instant in local time: shift by the zone and by the local bias.
     const qint64 shift = std::llround(-(offset + double(localBias)) * 3600.0);
-    const QDateTime wall = QDateTime(date, clock, Qt::UTC).addSecs(shift);
-    return QDateTime(wall.date(), wall.time(), Qt::LocalTime);
+    // The wall clock of that instant at the machine's present offset from UTC.
+    QDateTime wall = QDateTime(date, clock, Qt::UTC).addSecs(shift);
+    wall.setOffsetFromUtc(-int(std::lround(double(localBias) * 3600.0)));
+    return wall;
 }
 
 QString DavOrigin(const QString& baseUrl)
@@ -215,126 +228,136 @@ void DavListingParser::ApplyHref(const QString& href, DirEntry& entry) const
     entry.name = path.isEmpty() ? QString() : path.mid(path.lastIndexOf(u'/') + 1);
 }
 
-bool DavListingParser::Parse(const QByteArray& data, float localBias)
+namespace
 {
-    m_entries.clear();
-    m_error.clear();
-    QXmlStreamReader xml(data);
-    xml.setNamespaceProcessing(true);
-
+// The walk over a multistatus document, the same for both readers.
+template <class Reader>
+bool walkListing(Reader& xml, const DavListingParser& parser, const DavDateParser& dates,
+                 float localBias, QList<DirEntry>& entries, QString& error)
+{
     auto fail = [&](const QString& reason) {
-        m_entries.clear();
-        m_error = reason;
+        entries.clear();
+        error = reason;
         return false;
     };
     // A document that is not well-formed fails with the parser's reason,
     // wherever the fault is; so the rest is read even after a wrong root.
-    auto drain = [&] {
+    auto drainAndFail = [&] {
         while (!xml.atEnd())
             xml.readNext();
+        return fail(xml.hasError() ? xml.errorString()
+                                   : QStringLiteral("no \"multistatus\" found"));
     };
-
-    if (!xml.readNextStartElement()) {
-        drain();
-        return fail(xml.hasError() ? xml.errorString()
-                                   : QStringLiteral("no \"multistatus\" found"));
-    }
-    if (!isDav(xml, QLatin1StringView("multistatus"))) {
-        drain();
-        return fail(xml.hasError() ? xml.errorString()
-                                   : QStringLiteral("no \"multistatus\" found"));
-    }
+    if (!xml.readNextStartElement() || !isDav(xml, "multistatus"))
+        return drainAndFail();
 
     while (xml.readNextStartElement()) {
-        if (!isDav(xml, QLatin1StringView("response"))) {
+        if (!isDav(xml, "response")) {
             xml.skipCurrentElement();
             continue;
         }
         DirEntry entry;
         bool pendingCollection = false;
         while (xml.readNextStartElement()) {
-            if (isDav(xml, QLatin1StringView("href"))) {
-                ApplyHref(xml.readElementText(QXmlStreamReader::IncludeChildElements).trimmed(),
-                          entry);
-            } else if (isDav(xml, QLatin1StringView("propstat"))) {
-                bool good = false;
+            if (isDav(xml, "href")) {
+                parser.ApplyHref(
+                    xml.readElementText(QXmlStreamReader::IncludeChildElements).trimmed(), entry);
+                continue;
+            }
+            if (!isDav(xml, "propstat")) {
+                xml.skipCurrentElement();
+                continue;
+            }
+            bool good = false;
+            while (xml.readNextStartElement()) {
+                if (isDav(xml, "status")) {
+                    good = xml.readElementText(QXmlStreamReader::IncludeChildElements)
+                               .contains(QLatin1StringView(" 200 OK"));
+                    continue;
+                }
+                if (!isDav(xml, "prop")) {
+                    xml.skipCurrentElement();
+                    continue;
+                }
                 while (xml.readNextStartElement()) {
-                    if (isDav(xml, QLatin1StringView("status"))) {
-                        good = xml.readElementText(QXmlStreamReader::IncludeChildElements)
-                                   .contains(QLatin1StringView(" 200 OK"));
-                    } else if (isDav(xml, QLatin1StringView("prop"))) {
-                        while (xml.readNextStartElement()) {
-                            if (xml.namespaceUri() != kDav) {
-                                xml.skipCurrentElement();
-                                continue;
-                            }
-                            const QStringView name = xml.name();
-                            if (name == QLatin1StringView("resourcetype")) {
-                                // Any child but blanks makes it a collection.
-                                int depth = 1;
-                                while (depth > 0 && !xml.atEnd()) {
-                                    switch (xml.readNext()) {
-                                    case QXmlStreamReader::StartElement:
-                                        pendingCollection = true;
-                                        ++depth;
-                                        break;
-                                    case QXmlStreamReader::EndElement:
-                                        --depth;
-                                        break;
-                                    case QXmlStreamReader::Characters:
-                                        if (!xml.isWhitespace())
-                                            pendingCollection = true;
-                                        break;
-                                    case QXmlStreamReader::Comment:
-                                    case QXmlStreamReader::ProcessingInstruction:
-                                    case QXmlStreamReader::EntityReference:
-                                        pendingCollection = true;
-                                        break;
-                                    default:
-                                        break;
-                                    }
-                                }
-                                continue;
-                            }
-                            const bool lastModified = name == QLatin1StringView("getlastmodified");
-                            const bool length = name == QLatin1StringView("getcontentlength");
-                            const bool type = name == QLatin1StringView("getcontenttype");
-                            if (!lastModified && !length && !type) {
-                                xml.skipCurrentElement();
-                                continue;
-                            }
-                            const QString text =
-                                xml.readElementText(QXmlStreamReader::IncludeChildElements)
-                                    .trimmed();
-                            if (text.isEmpty())
-                                continue;
-                            if (lastModified) {
-                                const QDateTime when = m_dates.Parse(text, localBias);
-                                if (when.isValid())
-                                    entry.lastModified = when;
-                            } else if (length) {
-                                bool ok = false;
-                                const double value = text.toDouble(&ok);
-                                if (ok)
-                                    entry.length = value;
-                            } else {
-                                entry.contentType = text;
+                    if (!same(xml.namespaceUri(), "DAV:")) {
+                        xml.skipCurrentElement();
+                        continue;
+                    }
+                    if (same(xml.name(), "resourcetype")) {
+                        // Any child but blanks makes it a collection.
+                        int depth = 1;
+                        while (depth > 0 && !xml.atEnd()) {
+                            switch (xml.readNext()) {
+                            case QXmlStreamReader::StartElement:
+                                pendingCollection = true;
+                                ++depth;
+                                break;
+                            case QXmlStreamReader::EndElement:
+                                --depth;
+                                break;
+                            case QXmlStreamReader::Characters:
+                                if (!xml.isWhitespace())
+                                    pendingCollection = true;
+                                break;
+                            case QXmlStreamReader::Comment:
+                            case QXmlStreamReader::ProcessingInstruction:
+                            case QXmlStreamReader::EntityReference:
+                                pendingCollection = true;
+                                break;
+                            default:
+                                break;
                             }
                         }
-                    } else {
+                        continue;
+                    }
+                    const bool lastModified = same(xml.name(), "getlastmodified");
+                    const bool length = same(xml.name(), "getcontentlength");
+                    const bool type = same(xml.name(), "getcontenttype");
+                    if (!lastModified && !length && !type) {
                         xml.skipCurrentElement();
+                        continue;
+                    }
+                    const QString text =
+                        xml.readElementText(QXmlStreamReader::IncludeChildElements).trimmed();
+                    if (text.isEmpty())
+                        continue;
+                    if (lastModified) {
+                        const QDateTime when = dates.Parse(text, localBias);
+                        if (when.isValid())
+                            entry.lastModified = when;
+                    } else if (length) {
+                        bool ok = false;
+                        const double value = text.toDouble(&ok);
+                        if (ok)
+                            entry.length = value;
+                    } else {
+                        entry.contentType = text;
                     }
                 }
-                if (good)
-                    entry.isCollection = pendingCollection;
-            } else {
-                xml.skipCurrentElement();
             }
+            if (good)
+                entry.isCollection = pendingCollection;
         }
-        m_entries.append(std::move(entry));
+        entries.append(std::move(entry));
     }
-    drain();
+    while (!xml.atEnd())
+        xml.readNext();
     if (xml.hasError())
         return fail(xml.errorString());
     return true;
+}
+} // namespace
+
+bool DavListingParser::Parse(const QByteArray& data, float localBias, Reader reader)
+{
+    m_entries.clear();
+    m_error.clear();
+    if (reader == Reader::Fast && DavXmlReader::IsUtf8(data)) {
+        DavXmlReader xml(data);
+        return walkListing(xml, *this, m_dates, localBias, m_entries, m_error);
+    }
+    // Other encodings, and the cross-check in tests.
+    QXmlStreamReader xml(data);
+    return walkListing(xml, *this, m_dates, localBias, m_entries, m_error);
 }

@@ -39,6 +39,8 @@ public:
     // UTC, as the platform reports it now (daylight time included).
     static float LocalBias();
 
+    // The same instant as the wall clock of this machine at its present
+    // offset from UTC (the local bias), as an offset-from-UTC date and time.
     // An invalid QDateTime when the text is not a date.
     QDateTime Parse(const QString& text, float localBias) const;
     QDateTime Parse(const QString& text) const { return Parse(text, LocalBias()); }
@@ -68,8 +70,11 @@ public:
     {
     }
 
+    // The small reader for UTF-8, or Qt's (other encodings; cross-checks).
+    enum class Reader { Fast, Qt };
+
     // True with the entries in document order; false with the reason in error().
-    bool Parse(const QByteArray& xml, float localBias);
+    bool Parse(const QByteArray& xml, float localBias, Reader reader = Reader::Fast);
     bool Parse(const QByteArray& xml) { return Parse(xml, DavDateParser::LocalBias()); }
 
     const QList<DirEntry>& entries() const { return m_entries; }

@@ -91,9 +91,20 @@ RewriteRule "^/dav/" - [PT]
 CONF
 }
 
-for attempt in $(seq 20); do
+# The status code of GET /dav/ without credentials ("" when nothing answers).
+status_of() {
+    (
+        exec 3<>"/dev/tcp/127.0.0.1/$1" || exit 0
+        printf 'GET /dav/ HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n' >&3
+        read -r _ code _ <&3
+        echo "$code"
+    ) 2>/dev/null
+}
+
+for _ in $(seq 20); do
     PORT=$(( 20000 + (RANDOM % 30000) ))
-    ss -Htln | awk '{print $4}' | grep -q ":$PORT\$" && continue
+    # Taken when something answers there already.
+    (exec 3<>"/dev/tcp/127.0.0.1/$PORT") 2>/dev/null && continue
     write_conf "$PORT"
     rm -f "$HOME_DIR/apache.pid"
     if apache2 -f "$HOME_DIR/apache.conf" -k start 2>>"$HOME_DIR/logs/start.log"; then
@@ -101,7 +112,7 @@ for attempt in $(seq 20); do
         PID=$(cat "$HOME_DIR/apache.pid" 2>/dev/null)
         # Ready when it answers (401 without credentials).
         for _ in $(seq 100); do
-            code=$(curl -s -o /dev/null -w '%{http_code}' "http://127.0.0.1:$PORT/dav/" || true)
+            code=$(status_of "$PORT")
             [ "$code" = 401 ] && break
             sleep 0.05
         done
