@@ -1,5 +1,6 @@
 #include "cloud/davxmlreader.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace

@@ -9,6 +9,7 @@
 #include <QScopeGuard>
 #include <QStringDecoder>
 #include <QUrl>
+#include <cstdint>
 
 // ---- DavCollection ---------------------------------------------------------
 
