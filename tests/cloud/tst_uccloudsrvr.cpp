@@ -4,6 +4,7 @@
 #include "cloud/uccloudsrvr.h"
 #include "common/log.h"
 #include "common/msgbox.h"
+#include "common/runtimeerror.h"
 #include "common/settings.h"
 #include "davtest.h"
 
@@ -25,14 +26,16 @@ class EventLog : public QObject
 public:
     explicit EventLog(UcCloudSrvr& uc)
     {
-        connect(&uc, &UcCloudSrvr::ClientInfoReturn, this, [this](QString& id, QString& list) {
-            events << QStringLiteral("ClientInfoReturn:") + id + u'|' + list;
-        });
+        // Connected as a host window does, through the run-time error guard.
+        connect(&uc, &UcCloudSrvr::ClientInfoReturn, this,
+                Guarded([this](QString& id, QString& list) {
+                    events << QStringLiteral("ClientInfoReturn:") + id + u'|' + list;
+                }));
         connect(&uc, &UcCloudSrvr::ServerInfoReturn, this,
                 [this](QString& list) { events << QStringLiteral("ServerInfoReturn:") + list; });
-        connect(&uc, &UcCloudSrvr::ValidateUser, this, [this](bool& found) {
+        connect(&uc, &UcCloudSrvr::ValidateUser, this, Guarded([this](bool& found) {
             events << QStringLiteral("ValidateUser:") + (found ? "true" : "false");
-        });
+        }));
         connect(&uc, &UcCloudSrvr::CloudFileReceived, this,
                 [this](QString& text) { events << QStringLiteral("CloudFileReceived:") + text; });
     }
