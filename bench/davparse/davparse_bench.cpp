@@ -1,6 +1,7 @@
 // Parses a large PROPFIND answer the way ThinDavApi does.
 //   davparse_bench generate FILE N   writes an N-entry multistatus reply like Apache's
-//   davparse_bench parse FILE [R]    best of R runs (read + parse), in ms
+//   davparse_bench parse FILE [R] [qt]   best of R runs (read + parse), in ms;
+//                                        "qt" parses with QXmlStreamReader instead
 #include "cloud/davlisting.h"
 
 #include <QCoreApplication>
@@ -60,6 +61,9 @@ int main(int argc, char** argv)
     }
     if (args.size() >= 3 && args[1] == QLatin1StringView("parse")) {
         const int repeats = args.size() >= 4 ? args[3].toInt() : 5;
+        const auto reader = args.size() >= 5 && args[4] == QLatin1StringView("qt")
+                                ? DavListingParser::Reader::Qt
+                                : DavListingParser::Reader::Fast;
         const QString base = QStringLiteral("http://127.0.0.1:8080/dav/");
         DavDateParser dates;
         double best = 1e9;
@@ -71,7 +75,7 @@ int main(int argc, char** argv)
             if (!in.open(QIODevice::ReadOnly))
                 return 1;
             DavListingParser parser(DavOrigin(base), base.size(), dates);
-            if (!parser.Parse(in.readAll())) {
+            if (!parser.Parse(in.readAll(), DavDateParser::LocalBias(), reader)) {
                 std::fprintf(stderr, "parse failed: %s\n", qPrintable(parser.error()));
                 return 1;
             }
@@ -81,6 +85,6 @@ int main(int argc, char** argv)
         std::printf("%.2f %lld\n", best, static_cast<long long>(count));
         return 0;
     }
-    std::fprintf(stderr, "usage: davparse_bench generate FILE N | parse FILE [REPEATS]\n");
+    std::fprintf(stderr, "usage: davparse_bench generate FILE N | parse FILE [REPEATS [qt]]\n");
     return 2;
 }
