@@ -46,6 +46,9 @@ struct Server {
     }
     ~Server()
     {
+        // Ghostscript closes its output a moment before it exits.
+        if (window)
+            QTRY_VERIFY_WITH_TIMEOUT(window->findChildren<QProcess*>().isEmpty(), 60000);
         window.reset();
         setMsgRecorder({});
     }

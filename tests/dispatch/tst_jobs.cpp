@@ -1,0 +1,155 @@
+// Jobs sent by real TCP clients end, through the real Ghostscript, as the
+// option buttons say; the files the option does not keep are wiped.
+
+#include "dispatchtest.h"
+#include "psjob.h"
+
+#include "common/settings.h"
+
+#include <QImageReader>
+#include <QLineEdit>
+#include <QRadioButton>
+#include <QTimer>
+
+namespace
+{
+// Long enough for three 600 dpi colour pages on a busy machine.
+constexpr int kJobTimeoutMs = 180000;
+
+int tiffFrames(const QString& path)
+{
+    QImageReader r(path);
+    return r.canRead() ? r.imageCount() : -1;
+}
+
+QSize jpegSize(const QString& path)
+{
+    QImageReader r(path);
+    return r.format() == "jpeg" ? r.size() : QSize();
+}
+
+const QSize kLetter600(5100, 6600);
+} // namespace
+
+class TestJobs : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init() { SettingsStore::remove(QStringLiteral("CloudClientUserId")); }
+
+    void eachOptionKeepsItsFiles_data();
+    void eachOptionKeepsItsFiles();
+    void jobArrivingDuringAWaitIsNotLost();
+    void cloudBranchKeepsTheBuffer();
+};
+
+void TestJobs::eachOptionKeepsItsFiles_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<bool>("colour");
+    QTest::addColumn<int>("pages");
+    QTest::addColumn<QStringList>("kept"); // suffixes after the base name
+
+    QTest::newRow("pdf, 1 page") << "pdf" << false << 1 << QStringList{".pdf"};
+    QTest::newRow("pdf, 3 pages") << "pdf" << false << 3 << QStringList{".pdf"};
+    QTest::newRow("tiff, 3 pages") << "tiff" << false << 3 << QStringList{".tif"};
+    QTest::newRow("tiff, colour, 1 page") << "tiff" << true << 1 << QStringList{".tif"};
+    QTest::newRow("jpeg, 1 page") << "jpeg" << false << 1 << QStringList{".jpg"};
+    QTest::newRow("jpeg, 3 pages")
+        << "jpeg" << false << 3 << QStringList{"_001.jpg", "_002.jpg", "_003.jpg"};
+    QTest::newRow("jpeg, colour, 3 pages")
+        << "jpeg" << true << 3 << QStringList{"_001.jpg", "_002.jpg", "_003.jpg"};
+    // Save As Image with neither file type: the TIFF stays.
+    QTest::newRow("image, no file type") << "image" << false << 3 << QStringList{".tif"};
+}
+
+void TestJobs::eachOptionKeepsItsFiles()
+{
+    QFETCH(QString, option);
+    QFETCH(bool, colour);
+    QFETCH(int, pages);
+    QFETCH(QStringList, kept);
+
+    Server s;
+    frmMain& w = *s.window;
+    if (option == QLatin1String("pdf")) {
+        w.Option1->click();
+    } else {
+        w.Option2->click();
+        if (option == QLatin1String("tiff"))
+            w.Option4->click();
+        else if (option == QLatin1String("jpeg"))
+            w.Option5->click();
+    }
+    if (colour)
+        w.Option7->click();
+
+    sendJob(s.port, makePsJob(pages));
+    QTRY_VERIFY_WITH_TIMEOUT(w.Text1->text().endsWith(QLatin1String(".ps")), 30000);
+    const QString base = w.fileName();
+    QStringList expected;
+    for (const QString& suffix : kept)
+        expected << base + suffix;
+    // The .ps goes last, so this is the end of the dispatch.
+    QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), expected, kJobTimeoutMs);
+    QCOMPARE(w.jobBuffer(), QByteArray());
+    QVERIFY2(s.messages.empty(), qPrintable(s.messages.empty() ? QString() : s.messages[0].text));
+
+    const QString first = s.jobFolder() + QDir::separator() + expected.first();
+    if (kept.first() == QLatin1String(".pdf")) {
+        QCOMPARE(pdfPages(first), pages);
+    } else if (kept.first() == QLatin1String(".tif")) {
+        QCOMPARE(tiffFrames(first), pages);
+    } else {
+        for (const QString& name : expected)
+            QCOMPARE(jpegSize(s.jobFolder() + QDir::separator() + name), kLetter600);
+    }
+}
+
+void TestJobs::jobArrivingDuringAWaitIsNotLost()
+{
+    Server s;
+    frmMain& w = *s.window;
+    // The dispatch runs inside the close event and waits there, so the
+    // second client is started by a timer from within that wait.
+    QString firstBase;
+    bool overlapped = false;
+    QTimer::singleShot(1500, [&] {
+        firstBase = w.fileName();
+        overlapped = s.jobFiles().contains(firstBase + ".ps");
+        sendJob(s.port, makePsJob(3));
+    });
+    // A job that keeps Ghostscript busy for seconds before its page.
+    sendJob(s.port, "%!PS\n0 1 200000000 { pop } for\n" + makePsJob(1));
+
+    QTRY_VERIFY_WITH_TIMEOUT(!firstBase.isEmpty() && w.fileName() != firstBase, kJobTimeoutMs);
+    QVERIFY2(overlapped, "the first job ended before the second arrived");
+    const QString secondBase = w.fileName();
+    QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), (QStringList{firstBase + ".pdf", secondBase + ".pdf"}),
+                              kJobTimeoutMs);
+    QCOMPARE(pdfPages(s.jobFolder() + QDir::separator() + firstBase + ".pdf"), 1);
+    QCOMPARE(pdfPages(s.jobFolder() + QDir::separator() + secondBase + ".pdf"), 3);
+    QCOMPARE(w.connectionCount(), 0);
+}
+
+void TestJobs::cloudBranchKeepsTheBuffer()
+{
+    SettingsStore::put(QStringLiteral("CloudClientUserId"), QStringLiteral("alice"));
+    SettingsStore::put(QStringLiteral("CloudClientServerId"), QStringLiteral("srv1"));
+    Server s;
+    frmMain& w = *s.window;
+    QVERIFY(w.Option9->isEnabled());
+    w.Option9->click();
+    const QByteArray job = makePsJob(1);
+    sendJob(s.port, job);
+    QTRY_VERIFY_WITH_TIMEOUT(w.txtLog->text().contains(QLatin1String("Print to Cloud Printer")),
+                             30000);
+    QVERIFY2(w.txtLog->text().contains(QLatin1String("CloudPrint\\alice\\srv1")),
+             qPrintable(w.txtLog->text()));
+    QCOMPARE(w.jobBuffer(), job);
+    QCOMPARE(s.jobFiles(), QStringList());
+    SettingsStore::remove(QStringLiteral("CloudClientServerId"));
+}
+
+QTEST_MAIN(TestJobs)
+#include "tst_jobs.moc"
