@@ -1,19 +1,97 @@
 // The tray icon's host side and the start-up entry.
 #include "server/frmMain.h"
 
-#include <QCheckBox>
-#include <QPushButton>
+#include "common/msgbox.h"
+#include "common/runtimeerror.h"
+#include "platform/startupentry.h"
+#include "tray/ctlSysTrayBalloon.h"
 
-void frmMain::setupTray() {}
+#include <QAction>
+#include <QCheckBox>
+#include <QCoreApplication>
+#include <QCursor>
+#include <QFileInfo>
+#include <QGroupBox>
+#include <QLabel>
+#include <QMenu>
+#include <QPushButton>
+#include <QSystemTrayIcon>
+
+namespace
+{
+QString executableName()
+{
+    return QFileInfo(QCoreApplication::applicationFilePath()).completeBaseName();
+}
+
+// The second picture of the demonstration buttons lives beside Image5.
+QLabel* blinkPicture(QGroupBox* frame)
+{
+    return frame->findChild<QLabel*>(QStringLiteral("Image6"));
+}
+} // namespace
+
+void frmMain::setupTray()
+{
+    Image5->setPixmap(QPixmap(QStringLiteral(":/tray/icons/quorvel.png")));
+    auto* image6 = new QLabel(Frame1);
+    image6->setObjectName(QStringLiteral("Image6"));
+    image6->setPixmap(QPixmap(QStringLiteral(":/tray/icons/quorvel_blink.png")));
+    image6->hide();
+
+    ctlSysTrayBalloon1 = new ctlSysTrayBalloon(this);
+    auto* t = ctlSysTrayBalloon1;
+    connect(t, &ctlSysTrayBalloon::DblClick, this,
+            Guarded([this](int Button) { ctlSysTrayBalloon1_DblClick(Button); }));
+    connect(t, &ctlSysTrayBalloon::MouseUp, this,
+            Guarded([this](int Button) { ctlSysTrayBalloon1_MouseUp(Button); }));
+    connect(t, &ctlSysTrayBalloon::PgmError, this,
+            Guarded([this](const QString& Source, int Code, const QString& Description) {
+                ctlSysTrayBalloon1_PgmError(Source, Code, Description);
+            }));
+    // MouseMove, Click, BalloonClosed, BalloonClicked, BalloonShow and
+    // BalloonTimeOut need nothing from the window.
+}
 
 void frmMain::cmdStartStop_Click()
 {
-    Log::line(QStringLiteral("No tray icon in this version"));
+    if (cmdStartStop->text() != QStringLiteral("Stop SysTray")) {
+        if (!QSystemTrayIcon::isSystemTrayAvailable())
+            Log::line(QStringLiteral("No notification area on this display: Quorvel runs without "
+                                     "its tray icon until one appears"));
+        ctlSysTrayBalloon1->IconPicture(Image5);
+        ctlSysTrayBalloon1->setTooltip(QStringLiteral("Quorvel"));
+        ctlSysTrayBalloon1->SysTrayAddIcon();
+        cmdStartStop->setText(QStringLiteral("Stop SysTray"));
+    } else {
+        ctlSysTrayBalloon1->SysTrayRemoveIcon();
+        cmdStartStop->setText(QStringLiteral("Start SysTray"));
+    }
 }
 
-void frmMain::cmdClignote1_Click() {}
-void frmMain::cmdAlternanceIcone1_Click() {}
-void frmMain::cmdMessage1_Click() {}
+void frmMain::cmdClignote1_Click()
+{
+    if (ctlSysTrayBalloon1->BlinkIsRunning()) {
+        ctlSysTrayBalloon1->BlinkStop();
+    } else {
+        ctlSysTrayBalloon1->BlinkIconPicture(blinkPicture(Frame1));
+        ctlSysTrayBalloon1->BlinkStart(500);
+    }
+}
+
+void frmMain::cmdAlternanceIcone1_Click()
+{
+    // Alternates the standard icon between the two pictures.
+    const bool alternate = !cmdAlternanceIcone1->property("alternate").toBool();
+    cmdAlternanceIcone1->setProperty("alternate", alternate);
+    ctlSysTrayBalloon1->IconPicture(alternate ? blinkPicture(Frame1) : Image5);
+}
+
+void frmMain::cmdMessage1_Click()
+{
+    ctlSysTrayBalloon1->BalloonTipShow(
+        QStringLiteral("Quorvel"), QStringLiteral("This message closes after 5 seconds."), 1, 5000);
+}
 
 void frmMain::ctlSysTrayBalloon1_DblClick(int /*Button*/)
 {
@@ -23,10 +101,30 @@ void frmMain::ctlSysTrayBalloon1_DblClick(int /*Button*/)
     activateWindow();
 }
 
-void frmMain::ctlSysTrayBalloon1_MouseUp(int) {}
-void frmMain::ctlSysTrayBalloon1_PgmError(const QString&, int, const QString&) {}
+void frmMain::ctlSysTrayBalloon1_MouseUp(int /*Button*/)
+{
+    mnuzMonMenu->setDefaultAction(mnuSettings);
+    mnuzMonMenu->popup(QCursor::pos());
+}
+
+void frmMain::ctlSysTrayBalloon1_PgmError(const QString& Source, int Code,
+                                          const QString& Description)
+{
+    MsgBox(QStringLiteral("(1) Erreur ") + QString::number(Code) + QStringLiteral(" - ") +
+               Description,
+           MsgIcon::Critical,
+           QStringLiteral("ctlSysTrayBalloon1") + QStringLiteral(", procédure ") + u'"' + Source +
+               u'"');
+}
+
 bool frmMain::startupEntryExists()
 {
-    return false;
+    return RunEntryExists(executableName());
 }
-void frmMain::ChkRun_Click() {}
+
+void frmMain::ChkRun_Click()
+{
+    if (m_Loading)
+        return;
+    RunEntrySet(executableName(), QCoreApplication::applicationDirPath(), ChkRun->isChecked());
+}

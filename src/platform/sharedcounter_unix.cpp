@@ -1,0 +1,114 @@
+// System V shared memory. The key is derived from the name, the user and an
+// optional namespace (QUORVEL_SHM_NAMESPACE, which keeps test runs apart the
+// way sessions keep Windows sections apart).
+#include "platform/sharedcounter.h"
+
+#include <QByteArray>
+#include <cstring>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
+#include <vector>
+
+struct SharedSection::Impl {
+    int id = -1;
+    void* address = nullptr;
+};
+
+namespace
+{
+key_t keyFor(const QString& name)
+{
+    const QByteArray text = name.toUtf8() + ':' + QByteArray::number(uint(getuid())) + ':' +
+                            qgetenv("QUORVEL_SHM_NAMESPACE");
+    quint32 hash = 2166136261u; // FNV-1a
+    for (char c : text) {
+        hash ^= quint8(c);
+        hash *= 16777619u;
+    }
+    hash &= 0x7fffffff;
+    return key_t(hash == 0 ? 1 : hash); // 0 would be IPC_PRIVATE
+}
+
+// A segment that exists but that no process is attached to is what a killed
+// holder leaves behind: remove it so it counts as absent.
+bool removeIfOrphaned(int id)
+{
+    shmid_ds info{};
+    if (shmctl(id, IPC_STAT, &info) != 0)
+        return true;
+    if (info.shm_nattch > 0)
+        return false;
+    shmctl(id, IPC_RMID, nullptr);
+    return true;
+}
+
+std::vector<std::unique_ptr<SharedSection>>& keptOpen()
+{
+    static std::vector<std::unique_ptr<SharedSection>> kept;
+    return kept;
+}
+} // namespace
+
+SharedSection::SharedSection(std::unique_ptr<Impl> impl) : d(std::move(impl)) {}
+
+SharedSection::~SharedSection()
+{
+    if (d && d->address)
+        shmdt(d->address);
+}
+
+std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
+{
+    const int id = shmget(keyFor(name), 0, 0);
+    if (id < 0 || removeIfOrphaned(id))
+        return nullptr;
+    void* address = shmat(id, nullptr, SHM_RDONLY);
+    if (address == reinterpret_cast<void*>(-1))
+        return nullptr;
+    auto impl = std::make_unique<Impl>();
+    impl->id = id;
+    impl->address = address;
+    return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
+}
+
+std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
+{
+    const key_t key = keyFor(name);
+    int id = shmget(key, 0, 0);
+    if (id >= 0 && removeIfOrphaned(id))
+        id = -1;
+    if (id < 0)
+        id = shmget(key, sizeof(qint32), IPC_CREAT | 0600);
+    if (id < 0)
+        return nullptr;
+    void* address = shmat(id, nullptr, 0);
+    if (address == reinterpret_cast<void*>(-1))
+        return nullptr;
+    auto impl = std::make_unique<Impl>();
+    impl->id = id;
+    impl->address = address;
+    return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
+}
+
+void SharedSection::keepOpen(std::unique_ptr<SharedSection> section)
+{
+    if (section)
+        keptOpen().push_back(std::move(section));
+}
+
+bool SharedSection::read(qint32& value) const
+{
+    if (!d->address)
+        return false;
+    std::memcpy(&value, d->address, sizeof value);
+    return true;
+}
+
+bool SharedSection::write(qint32 value)
+{
+    if (!d->address)
+        return false;
+    std::memcpy(d->address, &value, sizeof value);
+    return true;
+}

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# A private X display (Xvfb on a free display number) with a tray host.
+#   xtray.sh up STATEDIR              start both; writes STATEDIR/xtray.env
+#   xtray.sh down STATEDIR            stop both (by PID)
+#   xtray.sh kill-trayer STATEDIR     stop the tray host only
+#   xtray.sh start-trayer STATEDIR    start a new tray host on the same display
+set -euo pipefail
+cmd=$1
+state=$2
+dir="$state/xtray"
+envfile="$state/xtray.env"
+mkdir -p "$dir"
+
+pid_alive() { [ -n "${1:-}" ] && kill -0 "$1" 2>/dev/null; }
+
+stop_pid() {
+    local file=$1 pid
+    [ -f "$file" ] || return 0
+    pid=$(cat "$file")
+    if pid_alive "$pid"; then
+        kill "$pid" 2>/dev/null || true
+        for _ in $(seq 50); do pid_alive "$pid" || break; sleep 0.1; done
+        pid_alive "$pid" && kill -9 "$pid" 2>/dev/null || true
+    fi
+    rm -f "$file"
+}
+
+write_env() {
+    {
+        echo "DISPLAY=:$(cat "$dir/display")"
+        echo "XVFB_PID=$(cat "$dir/xvfb.pid")"
+        echo "TRAYER_PID=$(cat "$dir/trayer.pid" 2>/dev/null || true)"
+        echo "XTRAY_SCRIPT=$(readlink -f "$0")"
+    } >"$envfile"
+}
+
+tray_owner() {
+    # The tray host owns the _NET_SYSTEM_TRAY_S0 selection; xprop cannot ask
+    # for selection owners, so look for trayer's window instead.
+    DISPLAY=":$(cat "$dir/display")" xwininfo -root -tree 2>/dev/null | grep -qi 'panel\|trayer'
+}
+
+start_trayer() {
+    local display
+    display=$(cat "$dir/display")
+    DISPLAY=":$display" trayer --edge top --align right --widthtype request --height 32 \
+        --SetDockType true --transparent false --tint 0xd0d0d0 >>"$dir/trayer.log" 2>&1 &
+    echo $! >"$dir/trayer.pid"
+    for _ in $(seq 50); do tray_owner && break; sleep 0.1; done
+    sleep 0.3
+    write_env
+}
+
+case "$cmd" in
+up)
+    stop_pid "$dir/trayer.pid"
+    stop_pid "$dir/xvfb.pid"
+    rm -f "$dir/display"
+    exec 5>"$dir/display"
+    Xvfb -displayfd 5 -screen 0 1024x768x24 -nolisten tcp >"$dir/xvfb.log" 2>&1 &
+    echo $! >"$dir/xvfb.pid"
+    exec 5>&-
+    for _ in $(seq 100); do [ -s "$dir/display" ] && break; sleep 0.1; done
+    [ -s "$dir/display" ] || { echo "Xvfb did not start"; cat "$dir/xvfb.log"; exit 1; }
+    tr -d '\n ' <"$dir/display" >"$dir/display.tmp" && mv "$dir/display.tmp" "$dir/display"
+    for _ in $(seq 50); do DISPLAY=":$(cat "$dir/display")" xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+    start_trayer
+    echo "Xvfb on :$(cat "$dir/display") with trayer $(cat "$dir/trayer.pid")"
+    ;;
+kill-trayer)
+    stop_pid "$dir/trayer.pid"
+    write_env
+    ;;
+start-trayer)
+    stop_pid "$dir/trayer.pid"
+    start_trayer
+    ;;
+down)
+    stop_pid "$dir/trayer.pid"
+    stop_pid "$dir/xvfb.pid"
+    rm -f "$envfile" "$dir/display"
+    ;;
+*)
+    echo "usage: $0 up|down|kill-trayer|start-trayer STATEDIR" >&2
+    exit 2
+    ;;
+esac
