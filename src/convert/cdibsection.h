@@ -2,7 +2,7 @@
 
 #include <QImage>
 #include <QtGlobal>
-#include <cstdlib>
+#include <cstddef>
 #include <memory>
 
 class QPainter;
@@ -74,9 +74,11 @@ private:
     }
 
     struct Free {
-        void operator()(uchar* p) const { std::free(p); }
+        size_t capacity; // no initialiser: it would make Free incomplete for unique_ptr here
+        void operator()(uchar* p) const;
     };
-    std::unique_ptr<uchar, Free> m_bits;
+    using Bits = std::unique_ptr<uchar, Free>;
+    Bits m_bits;
     qint32 m_width = 0;
     qint32 m_height = 0;
     qint32 m_pitch = 0;

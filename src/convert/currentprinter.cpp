@@ -1,7 +1,6 @@
 #include "convert/currentprinter.h"
 
 #include "common/log.h"
-#include "platform/printertools.h"
 
 #include <QCoreApplication>
 #include <QImage>
@@ -103,10 +102,6 @@ void CurrentPrinter::PaintPicture(const QImage& picture, int left, int top, int 
     QPrinter& target = printer();
     if (!s.painter) {
         const QString name = target.printerName();
-        // CUPS drops a job sent to a queue that refuses jobs, and Qt does not tell.
-        if (!name.isEmpty() && !PrinterTools::acceptsJobs(name))
-            Log::line(
-                QStringLiteral("Printer \"%1\" does not accept jobs: the page is lost").arg(name));
         target.setDocName(s.docName.isEmpty() ? QStringLiteral("Quorvel") : s.docName);
         auto painter = std::make_unique<QPainter>();
         if (!painter->begin(&target)) {

@@ -3,7 +3,7 @@
 #include "common/msgbox.h"
 #include "convert/cdibsection.h"
 
-#include <QSaveFile>
+#include <QFile>
 #include <memory>
 #include <turbojpeg.h>
 
@@ -47,13 +47,19 @@ bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
         failed();
         return false;
     }
-    // Written under the full Unicode name, and whole or not at all.
-    QSaveFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly) ||
-        file.write(reinterpret_cast<const char*>(jpeg), qint64(jpegSize)) != qint64(jpegSize) ||
-        !file.commit()) {
+    // Written under the full Unicode name; a partial file does not stay.
+    QFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         failed();
         return false;
     }
+    if (file.write(reinterpret_cast<const char*>(jpeg), qint64(jpegSize)) != qint64(jpegSize) ||
+        !file.flush()) {
+        file.close();
+        file.remove();
+        failed();
+        return false;
+    }
+    file.close();
     return true;
 }

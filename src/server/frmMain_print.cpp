@@ -6,6 +6,7 @@
 #include "convert/currentprinter.h"
 #include "convert/imagefile.h"
 #include "platform/filelock.h"
+#include "platform/printertools.h"
 
 #include <QFileInfo>
 #include <QPrinterInfo>
@@ -47,6 +48,11 @@ void frmMain::PrintTiff(const QString& TiffFilePath)
     const Int16 pages = m_ImageFile->FrameCount();
     if (!CurrentPrinter::HasOpenDocument())
         CurrentPrinter::SetDocName(QFileInfo(TiffFilePath).completeBaseName());
+    // CUPS drops a job sent to a queue that refuses jobs, and Qt does not tell.
+    const QString printer = CurrentPrinter::DeviceName();
+    if (pages > 0 && !printer.isEmpty() && !PrinterTools::acceptsJobs(printer))
+        txtLog->append(QStringLiteral("Printer \"%1\" does not accept jobs: %2 is not printed")
+                           .arg(printer, TiffFilePath));
     // Every page goes onto the same sheet, stretched over it from the
     // top-left corner; nothing here starts a new page or ends the document.
     for (Int16 page = 1; page <= pages; ++page) {

@@ -4,6 +4,7 @@
 
 #include <QPainter>
 #include <QTest>
+#include <algorithm>
 
 namespace
 {
@@ -92,6 +93,34 @@ private slots:
         QCOMPARE(d.hDib(), quintptr(0));
         QVERIFY(d.DIBSectionBitsPtr() == nullptr);
         QCOMPARE(d.Width(), 0);
+    }
+
+    void pageSizedSectionsReuseMemoryCleanly()
+    {
+        // Page-sized memory passes from one section to the next.
+        cDIBSection first;
+        QVERIFY(first.Create(2550, 3300));
+        const qsizetype bytes = qsizetype(first.BytesPerScanLine()) * first.Height();
+        std::memset(first.DIBSectionBitsPtr(), 0xAB, size_t(bytes));
+        first.ClearUp();
+        cDIBSection second;
+        QVERIFY(second.Create(2550, 3300));
+        const uchar* bits = second.DIBSectionBitsPtr();
+        QVERIFY(std::all_of(bits, bits + bytes, [](uchar b) { return b == 0; }));
+
+        // A picture overwrites everything, pad bytes included.
+        std::memset(second.DIBSectionBitsPtr(), 0xAB, size_t(bytes));
+        second.ClearUp();
+        QImage white(2549, 3300, QImage::Format_Mono);
+        white.setColorTable({qRgb(255, 255, 255), qRgb(0, 0, 0)});
+        white.fill(0);
+        cDIBSection third;
+        third.CreateFromPicture(white);
+        QCOMPARE(third.BytesPerScanLine(), 7648);
+        QVERIFY(padsAreZero(third));
+        QCOMPARE(at(third, 2548, 3299), qRgb(255, 255, 255));
+        // Nothing stays held once events run again.
+        QCoreApplication::processEvents();
     }
 
     void badSizesFailWithoutError()

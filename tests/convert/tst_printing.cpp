@@ -320,8 +320,10 @@ private slots:
         QCOMPARE(CurrentPrinter::DeviceName(), rejectQueue());
         form.PrintTiff(m_tiff1);
         form.SelectPrinterByName(pdfQueue());
-        QVERIFY2(logged(QStringLiteral("Printer \"%1\" does not accept jobs").arg(rejectQueue())),
-                 qPrintable(m_log.join(u'\n')));
+        const QString line =
+            QStringLiteral("Printer \"%1\" does not accept jobs").arg(rejectQueue());
+        QVERIFY2(logged(line), qPrintable(m_log.join(u'\n')));
+        QVERIFY(form.txtLog->text().contains(line));
         QVERIFY(m_shown.isEmpty());
     }
 
