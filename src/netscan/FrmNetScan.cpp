@@ -97,7 +97,11 @@ QString FrmNetScan::ProcessShells(const QString& command)
 
 void FrmNetScan::Command1_Click()
 {
-    const QString output = ProcessShells(QStringLiteral("net view"));
+    ScanOutput(ProcessShells(QStringLiteral("net view")));
+}
+
+void FrmNetScan::ScanOutput(const QString& output)
+{
     Text2->setPlainText(output);
     lstComps->clear();
     const NetViewNames found = ParseNetView(output, [] { DoEvents(); });

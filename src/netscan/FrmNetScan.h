@@ -22,6 +22,8 @@ public:
     void Form_Load();
     void Form_Unload();
     void Command1_Click();
+    // Steps of the scan after the command ran: lists, widths, lookups.
+    void ScanOutput(const QString& output);
     void Command1click(const QString& name);
     void List1_Click();
     void lstComps_Click();

@@ -1,8 +1,11 @@
 #include "platform/netscancommand.h"
 
 #include <QProcess>
-#include <windows.h>
+
+// Windows Sockets before the rest of the Windows headers.
 #include <winsock2.h>
+
+#include <windows.h>
 
 namespace
 {
