@@ -64,9 +64,9 @@ void frmMain::PrintTiff(const QString& TiffFilePath)
         resumeNext([&] { height = m_ImageFile->Height(); });
         resumeNext([&] { picture = m_ImageFile->Picture(); });
         if (picture.isNull() || picture.width() != width || picture.height() != height) {
-            Log::line(QStringLiteral("Page %1 of %2 cannot be printed: %3")
-                          .arg(page)
-                          .arg(TiffFilePath, m_ImageFile->lastError()));
+            txtLog->append(QStringLiteral("Page %1 of %2 cannot be printed: %3")
+                               .arg(page)
+                               .arg(TiffFilePath, m_ImageFile->lastError()));
             continue;
         }
         resumeNext([&] {

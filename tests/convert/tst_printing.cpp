@@ -313,6 +313,23 @@ private slots:
         QVERIFY(m_shown.isEmpty());
     }
 
+    void theOpenDocumentIsPrintedWhenTheProgramEnds()
+    {
+        frmMain form(freePort());
+        const QStringList before = printedPdfs();
+        const QString path = m_dir->filePath(QStringLiteral("File_261122_202020.tif"));
+        QVERIFY(QFile::copy(m_tiff1, path));
+        form.PrintTiff(path);
+        QVERIFY(CurrentPrinter::HasOpenDocument());
+        // The event loop ends as "Exit" or a termination signal ends it.
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+        QVERIFY(!CurrentPrinter::HasOpenDocument());
+        const QString pdf = waitForNewPdf(before);
+        QVERIFY2(!pdf.isEmpty(), "no PDF from cups-pdf within 60 s");
+        QVERIFY(QFileInfo(pdf).fileName().contains(QStringLiteral("File_261122_202020")));
+    }
+
     void aQueueThatRejectsJobsIsLogged()
     {
         frmMain form(freePort());
