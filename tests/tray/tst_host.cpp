@@ -119,7 +119,7 @@ private slots:
         QTest::qWait(300);
         const QImage shot = screenshot(QStringLiteral("tray_menu"));
         const QRect area =
-            form.mnuzMonMenu->geometry().united(iconRect(form)).adjusted(-8, -4, 8, 8);
+            form.mnuzMonMenu->geometry().united(iconRect(form)).adjusted(-24, -8, 16, 24);
         QVERIFY(shot.copy(area).save(qEnvironmentVariable("QUORVEL_SCREENSHOTS") +
                                      QStringLiteral("/tray_menu_crop.png")));
         const QRect item = form.mnuzMonMenu->actionGeometry(form.mnuSettings);

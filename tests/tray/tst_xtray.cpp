@@ -120,7 +120,8 @@ private slots:
         QCOMPARE(shell()->trayIcon()->toolTip(), QStringLiteral("Quorvel"));
         // The README's picture: the tray host's corner of the screen.
         const QImage shot = screenshot(QStringLiteral("tray_icon"));
-        const QRect r = iconRect().adjusted(-60, -4, 8, 4);
+        const QRect icon = iconRect();
+        const QRect r(icon.right() - 159, 0, 160 + 8, icon.bottom() + 12);
         QVERIFY(shot.copy(r).save(qEnvironmentVariable("QUORVEL_SCREENSHOTS") +
                                   QStringLiteral("/tray_icon_crop.png")));
         QVERIFY(m_events.isEmpty());
