@@ -11,7 +11,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 genps=$here/../../tests/support/genps.sh
 exporter="$build/bench/jpeg/jpeg_export"
 pages=${JPEG_PAGES:-8}
-runs=${JPEG_RUNS:-2}
+runs=${JPEG_RUNS:-3}
 convert=/usr/bin/convert
 work=$(mktemp -d /tmp/quorvel-jpeg.XXXXXX)
 trap 'rm -rf "$work"' EXIT

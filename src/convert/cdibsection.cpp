@@ -105,10 +105,12 @@ public:
             const QRgb one = source.colorCount() > 1 ? source.color(1) : qRgb(0, 0, 0);
             m_mono = monoLut(zero, one, source.format() == QImage::Format_MonoLSB);
             m_kind = Mono;
+            m_grayscale = isGray(zero) && isGray(one);
             break;
         }
         case QImage::Format_Grayscale8:
             m_kind = Gray;
+            m_grayscale = true;
             break;
         case QImage::Format_RGB888:
             m_kind = Rgb;
@@ -128,6 +130,9 @@ public:
             break;
         }
     }
+
+    // Only greys come out of this picture.
+    bool grayscale() const { return m_grayscale; }
 
     void read(int y, int x0, int count, uchar* out) const
     {
@@ -179,9 +184,12 @@ private:
         std::memcpy(out, &m_mono[byte][k * 3], 3);
     }
 
+    static bool isGray(QRgb c) { return qRed(c) == qGreen(c) && qGreen(c) == qBlue(c); }
+
     enum Kind { Mono, Gray, Rgb, Bgr, Rgb32 };
     QImage m_image;
     Kind m_kind = Rgb;
+    bool m_grayscale = false;
     MonoLut m_mono{};
 };
 
@@ -255,6 +263,7 @@ void cDIBSection::CreateFromPicture(const QImage& picThis)
         reader.read(y, 0, m_width, out);
         std::memset(out + qsizetype(m_width) * 3, 0, size_t(pad));
     }
+    m_grayscale = reader.grayscale();
 }
 
 void cDIBSection::LoadPictureBlt(const QImage& source, qint32 lSrcLeft, qint32 lSrcTop,
@@ -280,6 +289,7 @@ void cDIBSection::LoadPictureBlt(const QImage& source, qint32 lSrcLeft, qint32 l
     height = qMin(height, qMin(m_height - dy, source.height() - sy));
     if (width <= 0 || height <= 0)
         return;
+    m_grayscale = false;
     const RowReader reader(source);
     std::unique_ptr<uchar[]> line(eRop == SrcCopy ? nullptr : new uchar[size_t(width) * 3]);
     for (int y = 0; y < height; ++y) {
@@ -356,4 +366,5 @@ void cDIBSection::ClearUp()
     m_bits.reset();
     m_width = m_height = m_pitch = m_imageSize = 0;
     m_hDib = 0;
+    m_grayscale = false;
 }

@@ -55,8 +55,16 @@ public:
     // Non-zero while an image is held; a new one for every creation.
     quintptr hDib() const { return m_hDib; }
     // The first byte of the bottom row; null when empty.
-    uchar* DIBSectionBitsPtr() { return m_bits.get(); }
+    uchar* DIBSectionBitsPtr()
+    {
+        m_grayscale = false; // the caller may write anything
+        return m_bits.get();
+    }
     const uchar* DIBSectionBitsPtr() const { return m_bits.get(); }
+    // True when the image is known to hold only greys (made from a 1-bit or
+    // grey picture and not written to since): the JPEG writer then stores
+    // one channel instead of three.
+    bool IsGrayscale() const { return m_grayscale; }
     // The image top-down as a QImage copy (Format_BGR888).
     QImage toImage() const;
 
@@ -84,4 +92,5 @@ private:
     qint32 m_pitch = 0;
     qint32 m_imageSize = 0;
     quintptr m_hDib = 0;
+    bool m_grayscale = false;
 };

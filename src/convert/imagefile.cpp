@@ -77,20 +77,28 @@ bool stripsInside(TIFF* tif, quint64 fileSize)
     return true;
 }
 
+// Pages keep their 1 bit per pixel, with 0 for black and 1 for white: Qt's
+// PDF engine (CUPS printing) then embeds them as 1-bit images instead of
+// JPEG-compressed colour ones.
 QImage readMono(TIFF* tif, const ImageFile::Frame& f)
 {
     QImage image(f.width, f.height, QImage::Format_Mono);
     if (image.isNull())
         return {};
-    const QRgb white = qRgb(255, 255, 255), black = qRgb(0, 0, 0);
-    // A set bit is black on a min-is-white page (what Ghostscript writes).
-    image.setColorTable(f.photometric == PHOTOMETRIC_MINISWHITE ? QList<QRgb>{white, black}
-                                                                : QList<QRgb>{black, white});
-    if (TIFFScanlineSize(tif) > image.bytesPerLine())
+    image.setColorTable({qRgb(0, 0, 0), qRgb(255, 255, 255)});
+    const tmsize_t bytes = TIFFScanlineSize(tif);
+    if (bytes > image.bytesPerLine())
         return {};
-    for (int y = 0; y < f.height; ++y)
-        if (TIFFReadScanline(tif, image.scanLine(y), uint32_t(y), 0) < 0)
+    // Ghostscript writes min-is-white pages: a set bit is black there.
+    const bool invert = f.photometric == PHOTOMETRIC_MINISWHITE;
+    for (int y = 0; y < f.height; ++y) {
+        uchar* line = image.scanLine(y);
+        if (TIFFReadScanline(tif, line, uint32_t(y), 0) < 0)
             return {};
+        if (invert)
+            for (tmsize_t i = 0; i < bytes; ++i)
+                line[i] = uchar(~line[i]);
+    }
     return image;
 }
 

@@ -39,9 +39,11 @@ bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
     unsigned char* jpeg = nullptr;
     unsigned long jpegSize = 0;
     // Rows are bottom row first, blue-green-red, padded to the buffer's pitch.
+    // A page of greys is stored as one grey channel: the same picture, less work.
+    const int subsampling = image.IsGrayscale() ? TJSAMP_GRAY : TJSAMP_420;
     const int result =
         tjCompress2(handle.get(), bits, image.Width(), image.BytesPerScanLine(), image.Height(),
-                    TJPF_BGR, &jpeg, &jpegSize, TJSAMP_420, quality, TJFLAG_BOTTOMUP);
+                    TJPF_BGR, &jpeg, &jpegSize, subsampling, quality, TJFLAG_BOTTOMUP);
     std::unique_ptr<unsigned char, TjFree> owned(jpeg);
     if (result != 0 || !jpeg) {
         failed();

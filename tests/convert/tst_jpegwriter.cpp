@@ -72,6 +72,36 @@ private slots:
         QVERIFY(near(back.pixel(2, height / 2), qRgb(0, 200, 0)));
     }
 
+    void aPageOfGreysIsStoredAsOneChannel()
+    {
+        QImage mono(203, 101, QImage::Format_Mono);
+        mono.setColorTable({qRgb(0, 0, 0), qRgb(255, 255, 255)});
+        mono.fill(1);
+        for (int y = 0; y < 50; ++y)
+            for (int x = 0; x < 100; ++x)
+                mono.setPixel(x, y, 0);
+        cDIBSection d;
+        d.CreateFromPicture(mono);
+        QVERIFY(d.IsGrayscale());
+        const QString file = m_dir.filePath(QStringLiteral("gray.jpg"));
+        QVERIFY(SaveJPG(d, file, 95));
+        QImage back(file);
+        QCOMPARE(back.format(), QImage::Format_Grayscale8);
+        QCOMPARE(back.size(), QSize(203, 101));
+        QVERIFY(near(back.pixel(5, 5), qRgb(0, 0, 0)));
+        QVERIFY(near(back.pixel(150, 90), qRgb(255, 255, 255)));
+
+        // Once its bytes may have been written, the image is taken as colour.
+        d.DIBSectionBitsPtr()[0] = 200;
+        QVERIFY(!d.IsGrayscale());
+        QVERIFY(SaveJPG(d, file, 95));
+        QCOMPARE(QImage(file).format(), QImage::Format_RGB32);
+
+        cDIBSection colour;
+        colour.CreateFromPicture(bands(30, 30));
+        QVERIFY(!colour.IsGrayscale());
+    }
+
     void qualityChangesTheFile()
     {
         QImage noise(200, 200, QImage::Format_RGB32);
