@@ -2,6 +2,7 @@
 
 #include "common/doevents.h"
 #include "common/runtimeerror.h"
+#include "platform/nativesystrayshell.h"
 #include "platform/sharedcounter.h"
 #include "tray/qtsystrayshell.h"
 
@@ -52,6 +53,8 @@ ctlSysTrayBalloon::ctlSysTrayBalloon(QWidget* parent, std::unique_ptr<SysTrayShe
     : QWidget(parent), m_Shell(std::move(shell))
 {
     initTrayResources();
+    if (!m_Shell)
+        m_Shell = createNativeSysTrayShell(this);
     if (!m_Shell)
         m_Shell = std::make_unique<QtSysTrayShell>(this);
     setFixedSize(WidthPx, HeightPx);

@@ -61,7 +61,8 @@ quintptr x11TrayOwner(bool& known)
 #endif
 } // namespace
 
-QtSysTrayShell::QtSysTrayShell(QWidget* control) : QObject(control), m_Control(control) {}
+// Owned by the control (not a QObject child of it), so it goes before the control does.
+QtSysTrayShell::QtSysTrayShell(QWidget* control) : m_Control(control) {}
 
 QtSysTrayShell::~QtSysTrayShell()
 {

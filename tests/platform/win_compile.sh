@@ -13,7 +13,7 @@ files=("$src"/platform/*_win.cpp)
 failed=0
 for f in "${files[@]}"; do
     if "$cxx" -std=c++20 -fsyntax-only -Wall -Wextra -I"$src" -I"$qt" -I"$qt/QtCore" \
-        -I"$qt/QtGui" -I"$qt/QtNetwork" "$f" 2>"$f.log.tmp"; then
+        -I"$qt/QtGui" -I"$qt/QtWidgets" -I"$qt/QtNetwork" "$f" 2>"$f.log.tmp"; then
         echo "ok      ${f#$src/}"
     else
         echo "FAILED  ${f#$src/}"
