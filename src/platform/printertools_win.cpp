@@ -4,10 +4,13 @@
 
 #include "convert/printers.h"
 
-#include <shellapi.h>
 #include <string>
 #include <vector>
+
+// windows.h first: the others build on it.
 #include <windows.h>
+
+#include <shellapi.h>
 #include <winspool.h>
 
 namespace
