@@ -193,6 +193,48 @@ private slots:
         QCOMPARE(CurrentPrinter::DeviceName(), pdfQueue());
     }
 
+    void theTableHoldsOneHundredPrinters()
+    {
+        // Raw queues that print nowhere, added and removed again here.
+        QStringList extra;
+        struct Remove {
+            QStringList& names;
+            ~Remove()
+            {
+                for (const QString& n : names)
+                    run(QStringLiteral("lpadmin"), {QStringLiteral("-x"), n});
+            }
+        } remove{extra};
+        const int installed = int(installedPrinterNames().size());
+        auto addQueues = [&](int count) {
+            for (int i = 0; i < count; ++i) {
+                const QString name =
+                    QStringLiteral("Extra%1").arg(extra.size() + 1, 3, 10, QChar(u'0'));
+                run(QStringLiteral("lpadmin"),
+                    {QStringLiteral("-p"), name, QStringLiteral("-v"),
+                     QStringLiteral("file:///dev/null"), QStringLiteral("-E")});
+                extra << name;
+            }
+        };
+        addQueues(100 - installed);
+        QCOMPARE(installedPrinterNames().size(), 100);
+        {
+            frmMain form(freePort());
+            QVERIFY(m_shown.isEmpty());
+            QCOMPARE(form.FG2->rowCount(), 100);
+            QCOMPARE(form.printerTableName(100), form.List2->item(99)->text());
+            QVERIFY(isYellow(form.FG2->item(form.List2->currentRow(), 1)));
+        }
+        // The 101st does not fit: filling the table stops with error 9.
+        addQueues(1);
+        frmMain form(freePort());
+        QCOMPARE(form.List2->count(), 101);
+        QCOMPARE(form.FG2->rowCount(), 101);
+        QCOMPARE(form.FG2->item(100, 1)->text(), form.List2->item(100)->text());
+        QCOMPARE(m_shown.size(), 1);
+        QCOMPARE(m_shown[0].text, QStringLiteral("Run-time error '9': Subscript out of range"));
+    }
+
     void gridRowChangeMovesTheHighlight()
     {
         frmMain form(freePort());
