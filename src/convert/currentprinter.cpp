@@ -30,6 +30,7 @@ void releaseAll()
     // Released while the application still exists: a printer outliving it
     // would be torn down after its plug-in.
     state().printer.reset();
+    state().hooked = false;
 }
 
 // The open document must reach the printer when the program ends.
@@ -48,6 +49,8 @@ std::unique_ptr<QPrinter> makePrinter(const QPrinterInfo& info)
 {
     auto printer = info.isNull() ? std::make_unique<QPrinter>(QPrinter::HighResolution)
                                  : std::make_unique<QPrinter>(info, QPrinter::HighResolution);
+    if (info.isNull())
+        printer->setPrinterName(QString()); // no printer, not the default one
     // Coordinates cover the whole sheet, not only the printable area.
     printer->setFullPage(true);
     return printer;
@@ -96,21 +99,19 @@ bool CurrentPrinter::HasOpenDocument()
     return state().painter != nullptr;
 }
 
-void CurrentPrinter::PaintPicture(const QImage& picture, int left, int top, int width, int height)
+bool CurrentPrinter::PaintPicture(const QImage& picture, int left, int top, int width, int height)
 {
     State& s = state();
     QPrinter& target = printer();
     if (!s.painter) {
-        const QString name = target.printerName();
         target.setDocName(s.docName.isEmpty() ? QStringLiteral("Quorvel") : s.docName);
         auto painter = std::make_unique<QPainter>();
-        if (!painter->begin(&target)) {
-            Log::line(QStringLiteral("Cannot print on \"%1\"").arg(name));
-            return;
-        }
+        if (!painter->begin(&target))
+            return false;
         s.painter = std::move(painter);
     }
     s.painter->drawImage(QRect(left, top, width, height), picture);
+    return true;
 }
 
 void CurrentPrinter::EndDoc()

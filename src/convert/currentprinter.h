@@ -23,8 +23,9 @@ public:
     // The whole page in device pixels.
     static int Width();
     static int Height();
-    // Draws the picture stretched over the rectangle (device pixels).
-    static void PaintPicture(const QImage& picture, int left, int top, int width, int height);
+    // Draws the picture stretched over the rectangle (device pixels); false
+    // when no document can be begun on the printer.
+    static bool PaintPicture(const QImage& picture, int left, int top, int width, int height);
     static bool HasOpenDocument();
     // Ends the open document, if any, so that its page is printed.
     static void EndDoc();

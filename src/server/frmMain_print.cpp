@@ -70,8 +70,9 @@ void frmMain::PrintTiff(const QString& TiffFilePath)
             continue;
         }
         resumeNext([&] {
-            CurrentPrinter::PaintPicture(picture, 0, 0, CurrentPrinter::Width(),
-                                         CurrentPrinter::Height());
+            if (!CurrentPrinter::PaintPicture(picture, 0, 0, CurrentPrinter::Width(),
+                                              CurrentPrinter::Height()))
+                txtLog->append(QStringLiteral("Cannot print on printer \"%1\"").arg(printer));
         });
     }
 }

@@ -182,15 +182,27 @@ private slots:
     {
         // A scheduler that does not answer has no printers to offer.
         cupsSetServer(qPrintable(m_dir->filePath(QStringLiteral("nothing.sock"))));
-        std::unique_ptr<frmMain> form = std::make_unique<frmMain>(freePort());
-        cupsSetServer(qPrintable(m_cups.value(QStringLiteral("CUPS_SERVER"))));
-        QCOMPARE(form->List2->count(), 1);
-        QCOMPARE(form->List2->item(0)->text(), QStringLiteral("(No Printer Installed)"));
-        QCOMPARE(form->FG2->rowCount(), 1);
-        QCOMPARE(form->printerTableName(1), QStringLiteral("(No Printer Installed)"));
+        struct Restore {
+            QString server;
+            ~Restore() { cupsSetServer(qPrintable(server)); }
+        } restore{m_cups.value(QStringLiteral("CUPS_SERVER"))};
+        frmMain form(freePort());
+        QCOMPARE(form.List2->count(), 1);
+        QCOMPARE(form.List2->item(0)->text(), QStringLiteral("(No Printer Installed)"));
+        QCOMPARE(form.FG2->rowCount(), 1);
+        QCOMPARE(form.printerTableName(1), QStringLiteral("(No Printer Installed)"));
         // Nothing matches it, so the current printer stays.
-        form->SelectPrinterByName(form->List2->item(0)->text());
+        form.SelectPrinterByName(form.List2->item(0)->text());
         QCOMPARE(CurrentPrinter::DeviceName(), pdfQueue());
+
+        // Without any printer a print says so in the log and goes on.
+        CurrentPrinter::Select(QPrinterInfo::defaultPrinter());
+        QCOMPARE(CurrentPrinter::DeviceName(), QString());
+        form.PrintTiff(m_tiff1);
+        QVERIFY(!CurrentPrinter::HasOpenDocument());
+        QVERIFY2(form.txtLog->text().contains(QStringLiteral("Cannot print on printer \"\"")),
+                 qPrintable(form.txtLog->text()));
+        QVERIFY(m_shown.isEmpty());
     }
 
     void theTableHoldsOneHundredPrinters()
