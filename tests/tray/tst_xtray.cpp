@@ -239,6 +239,19 @@ private slots:
         QVERIFY(m_tray->isLoaded());
         QVERIFY(!m_events.join(u' ').contains(QStringLiteral("PgmError")));
     }
+
+    void iconAppearsWhenATrayHostStartsLater()
+    {
+        m_tray.reset();
+        QVERIFY(xtrayCommand(QStringLiteral("kill-trayer")));
+        QTRY_VERIFY(!QSystemTrayIcon::isSystemTrayAvailable());
+        init(); // added while there is no notification area
+        QVERIFY(m_tray->isLoaded());
+        QVERIFY(!shell()->trayIcon());
+        QVERIFY(xtrayCommand(QStringLiteral("start-trayer")));
+        QVERIFY(iconShows(Standard, QStringLiteral("tray_late_host"), 10000));
+        QVERIFY(m_events.isEmpty());
+    }
 };
 
 int main(int argc, char** argv)
