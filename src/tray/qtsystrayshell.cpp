@@ -346,17 +346,24 @@ void QtSysTrayShell::hideBalloon()
 bool QtSysTrayShell::eventFilter(QObject* watched, QEvent* event)
 {
     if (watched == m_Balloon && event->type() == QEvent::Hide) {
-        m_Balloon->removeEventFilter(this);
-        m_Balloon = nullptr;
-        ++m_BalloonSerial;
         if (m_BalloonHiding) {
+            m_Balloon->removeEventFilter(this);
+            m_Balloon = nullptr;
+            ++m_BalloonSerial;
             notify(tray::NIN_BALLOONHIDE);
         } else {
-            // A click may close the balloon before Qt reports the click:
-            // decide once that report had its chance.
+            // Qt hides a balloon to move it (when the icon is placed) and a
+            // click closes it before Qt reports the click: decide once both
+            // had their chance.
             const quint64 serial = m_BalloonSerial;
             QTimer::singleShot(0, this, [this, serial] {
-                if (serial == m_BalloonSerial && !m_BalloonClicked)
+                if (serial != m_BalloonSerial || (m_Balloon && m_Balloon->isVisible()))
+                    return;
+                if (m_Balloon)
+                    m_Balloon->removeEventFilter(this);
+                m_Balloon = nullptr;
+                ++m_BalloonSerial;
+                if (!m_BalloonClicked)
                     notify(tray::NIN_BALLOONTIMEOUT);
             });
         }

@@ -167,10 +167,14 @@ private slots:
 
     void balloonCloseFindsItByItsText()
     {
-        QVERIFY(iconShows(Standard, QStringLiteral("tray_balloon_close")));
+        // Shown at once, before the tray host has placed the icon: Qt moves
+        // the balloon then, which is no close.
         QVERIFY(m_tray->BalloonTipShow(QStringLiteral("T"), QStringLiteral("Closed on request"), 0,
                                        60000));
         QTRY_COMPARE(m_events, QStringList({"BalloonShow"}));
+        QVERIFY(iconShows(Standard, QStringLiteral("tray_balloon_close")));
+        QCOMPARE(m_events, QStringList({"BalloonShow"}));
+        QVERIFY(visibleBalloon());
         m_tray->BalloonTipClose();
         QCOMPARE(m_events, QStringList({"BalloonShow", "BalloonTimeOut"}));
         QTRY_VERIFY(!visibleBalloon());
