@@ -5,6 +5,7 @@
 #include "common/settings.h"
 #include "convert/currentprinter.h"
 #include "convert/printers.h"
+#include "netscan/FrmNetScan.h"
 #include "platform/printertools.h"
 
 #include <QEvent>
@@ -216,7 +217,7 @@ void frmMain::Command9_Click()
 
 void frmMain::Command3_Click()
 {
-    txtLog->append(QStringLiteral("The network scan window is not available yet"));
+    (new FrmNetScan(this))->show();
 }
 
 void frmMain::Command4_Click()

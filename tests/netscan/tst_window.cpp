@@ -1,12 +1,18 @@
 // The scan window: names from the command's text, one address line per
 // name (empty when it does not resolve), the two lists kept in step.
 #include "common/msgbox.h"
+#include "common/paths.h"
+#include "common/settings.h"
+#include "freeport.h"
 #include "netscan/FrmNetScan.h"
+#include "server/frmMain.h"
 
 #include <QElapsedTimer>
 #include <QHostInfo>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTemporaryDir>
 #include <QTest>
 
 class TestNetScanWindow : public QObject
@@ -55,6 +61,23 @@ private slots:
         form->close(); // deletes itself
         QVERIFY(messages.isEmpty());
         setMsgRecorder({});
+    }
+
+    void openedFromTheMainWindow()
+    {
+        QTemporaryDir dir;
+        Paths::setProgramFolder(dir.path());
+        SettingsStore::setFolder(dir.filePath(QStringLiteral("settings")));
+        frmMain form(freePort());
+        QVERIFY(!form.findChild<FrmNetScan*>());
+        form.Command3->click();
+        auto* scan = form.findChild<FrmNetScan*>();
+        QVERIFY(scan);
+        QVERIFY(scan->isVisible());
+        QVERIFY(scan->isWindow());
+        QCOMPARE(scan->lstComps->count(), 0); // the scan waits for its button
+        scan->close();
+        SettingsStore::setFolder(QString());
     }
 };
 
