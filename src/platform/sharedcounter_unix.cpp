@@ -54,8 +54,11 @@ SharedSection::SharedSection(std::unique_ptr<Impl> impl) : d(std::move(impl)) {}
 
 SharedSection::~SharedSection()
 {
-    if (d && d->address)
-        shmdt(d->address);
+    if (!d || !d->address)
+        return;
+    shmdt(d->address);
+    // The last holder takes the segment with it, as a closed mapping goes.
+    removeIfOrphaned(d->id);
 }
 
 std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
