@@ -7,6 +7,7 @@
 #include "platform/filelock.h"
 #include "server/gscommandline.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -16,6 +17,7 @@
 #include <QRadioButton>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QTimer>
 
 #include <memory>
 
@@ -153,6 +155,9 @@ void frmMain::DoConvertPs2PdfImage()
                 }
                 gs->deleteLater();
                 tmp->remove();
+                // The output is complete now: two quick events let a waiting
+                // dispatch's two yields return and look again at once.
+                QTimer::singleShot(0, qApp, [] { QTimer::singleShot(0, qApp, [] {}); });
             });
 
     gs->start(program, args);
