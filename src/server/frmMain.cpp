@@ -1,5 +1,6 @@
 #include "server/frmMain.h"
 
+#include "cloud/uccloudsrvr.h"
 #include "common/doevents.h"
 #include "common/msgbox.h"
 #include "common/paths.h"
@@ -27,6 +28,7 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QSystemTrayIcon>
 #include <QTableWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -49,6 +51,7 @@ frmMain::frmMain(quint16 port, QWidget* parent) : QWidget(parent), m_RequestedPo
 {
     setWindowTitle(QStringLiteral("Quorvel"));
     buildControls();
+    setupCloud();
     setupTray();
     connectHandlers();
     RunGuarded([this] { Form_Load(); });
@@ -273,12 +276,10 @@ void frmMain::connectHandlers()
             Guarded([this] { TxtEmailId_Validate(); }));
     connectPrinterList(); // List2 mouse-up and key-up
     connect(FG2, &QTableWidget::currentCellChanged, this, Guarded([this] { FG2_RowColChange(); }));
-    // The cloud actions of the window come with the cloud print store.
-    for (QWidget* w : {static_cast<QWidget*>(Check1), static_cast<QWidget*>(Command2),
-                       static_cast<QWidget*>(Command5)}) {
-        w->setEnabled(false);
-        w->setToolTip(QStringLiteral("Not available in this version"));
-    }
+    // A change made by the program counts too (the load guards against it).
+    connect(Check1, &QCheckBox::toggled, this, Guarded([this] { Check1_Click(); }));
+    connect(Command5, &QPushButton::clicked, this, Guarded([this] { Command5_Click(); }));
+    connect(Command2, &QPushButton::clicked, this, Guarded([this] { Command2_Click(); }));
 }
 
 bool frmMain::isListening() const
@@ -324,6 +325,9 @@ void frmMain::Form_Load()
     m_CloudClientServerId = SettingsStore::get(QStringLiteral("CloudClientServerId"));
     Option9->setEnabled(!m_CloudClientUserId.trimmed().isEmpty() &&
                         !m_CloudClientServerId.trimmed().isEmpty());
+    // Crosswise, as the sending control has always been given them.
+    UcCloudSrvr2->setUcCloudUserId(m_CloudClientServerId);
+    UcCloudSrvr2->setUcCloudServerId(m_CloudClientUserId);
 
     // 8.-10.
     Paths::ensureJobFolder();
@@ -370,8 +374,11 @@ void frmMain::Option9_Click()
 void frmMain::changeEvent(QEvent* event)
 {
     QWidget::changeEvent(event);
-    if (event->type() == QEvent::WindowStateChange && (windowState() & Qt::WindowMinimized))
-        RunGuarded([this] { QTimer::singleShot(0, this, &QWidget::hide); });
+    // The window lives on in the tray; without a tray it stays on the task bar,
+    // or nothing could bring it back.
+    if (event->type() == QEvent::WindowStateChange && (windowState() & Qt::WindowMinimized) &&
+        QSystemTrayIcon::isSystemTrayAvailable())
+        QTimer::singleShot(0, this, &QWidget::hide);
 }
 
 void frmMain::mnuQuitter_Click()

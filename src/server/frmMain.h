@@ -60,6 +60,15 @@ public:
     void mnuSettings_Click();
     void TxtEmailId_Validate();
 
+    // --- cloud actions (frmMain_cloud.cpp) ---
+    void Check1_Click();
+    void Command2_Click();
+    void Command5_Click();
+    void UcCloudSrvr1_ValidateUser(bool found);
+    void UcCloudSrvr1_ServerInfoReturn(const QString& fileList);
+    void UcCloudSrvr1_CloudFileReceived(const QString& data);
+    bool userValidated() const { return m_UserValidate; }
+
     // --- TCP job intake (frmMain_intake.cpp) ---
     void Socket_ConnectionRequest(int Index, qintptr requestID);
     void Socket_DataArrival(int Index, qint64 bytesTotal);
@@ -137,6 +146,7 @@ protected:
 private:
     void buildControls();
     void connectHandlers();
+    void setupCloud();         // frmMain_cloud.cpp
     void setupTray();          // frmMain_tray.cpp
     bool startupEntryExists(); // frmMain_tray.cpp
     void startListening();

@@ -1,0 +1,107 @@
+// The main window's cloud actions: confirming the user, fetching the jobs
+// waiting on the share and handing them to the dispatch.
+#include "server/frmMain.h"
+
+#include "cloud/uccloudsrvr.h"
+#include "common/msgbox.h"
+#include "common/runtimeerror.h"
+#include "common/settings.h"
+#include "server/globals.h"
+
+#include <QCheckBox>
+#include <QGroupBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+void frmMain::setupCloud()
+{
+    // Both controls live in the hidden cloud frame; 1 receives, 2 sends.
+    UcCloudSrvr1 = new UcCloudSrvr(Frame7);
+    UcCloudSrvr1->setObjectName(QStringLiteral("UcCloudSrvr1"));
+    UcCloudSrvr2 = new UcCloudSrvr(Frame7);
+    UcCloudSrvr2->setObjectName(QStringLiteral("UcCloudSrvr2"));
+    Frame7->layout()->addWidget(UcCloudSrvr1);
+    Frame7->layout()->addWidget(UcCloudSrvr2);
+
+    // The control raises its events by direct call with reference arguments.
+    connect(UcCloudSrvr1, &UcCloudSrvr::ValidateUser, this,
+            [this](bool& found) { RunGuarded([&] { UcCloudSrvr1_ValidateUser(found); }); });
+    connect(UcCloudSrvr1, &UcCloudSrvr::ServerInfoReturn, this,
+            [this](QString& list) { RunGuarded([&] { UcCloudSrvr1_ServerInfoReturn(list); }); });
+    connect(UcCloudSrvr1, &UcCloudSrvr::CloudFileReceived, this,
+            [this](QString& data) { RunGuarded([&] { UcCloudSrvr1_CloudFileReceived(data); }); });
+    // The cloud server list editor is not part of this version.
+    Command2->setEnabled(false);
+    Command2->setToolTip(QStringLiteral("Not available in this version"));
+}
+
+void frmMain::Check1_Click()
+{
+    if (!m_Loaded)
+        return;
+    m_UserValidate = false;
+    if (Check1->isChecked() && !TxtEmailId->text().trimmed().isEmpty()) {
+        UcCloudSrvr1->setUcCloudUserId(Globals::InstallationId());
+        UcCloudSrvr1->setUcCloudServerId(TxtEmailId->text());
+        UcCloudSrvr1->UcFindServerInfo();
+    }
+}
+
+void frmMain::UcCloudSrvr1_ValidateUser(bool found)
+{
+    if (!found) {
+        Check1->setChecked(false);
+        MsgBox(QStringLiteral("User Id not found on server..."));
+        return;
+    }
+    // Takes effect at the next start.
+    SettingsStore::put(QStringLiteral("UserValidate"), Globals::UserEMailId());
+}
+
+void frmMain::Command2_Click() {}
+
+void frmMain::Command5_Click()
+{
+    if (!m_UserValidate) {
+        MsgBox(QStringLiteral("User Id Not Validated..."));
+        return;
+    }
+    if (Check1->isChecked() && !TxtEmailId->text().trimmed().isEmpty()) {
+        UcCloudSrvr1->setUcCloudUserId(Globals::InstallationId());
+        UcCloudSrvr1->setUcCloudServerId(TxtEmailId->text());
+        UcCloudSrvr1->UcCheckCloudList();
+    }
+}
+
+void frmMain::UcCloudSrvr1_ServerInfoReturn(const QString& fileList)
+{
+    if (fileList.isEmpty()) {
+        MsgBox(QStringLiteral("No Files Found..."));
+        return;
+    }
+    List3->clear();
+    int count = 0;
+    for (const QString& name : fileList.split(u',')) {
+        if (name.trimmed().isEmpty())
+            continue;
+        List3->addItem(name);
+        ++count;
+    }
+    txtLog->append(QStringLiteral("Total Printouts Found > ") + QString::number(count) +
+                   QStringLiteral(" > \r\n\r\nPrinting now..."));
+    // Only the first file is fetched here.
+    if (List3->count() == 0)
+        return;
+    List3->setCurrentRow(0);
+    UcCloudSrvr1->UcCheckDownloadList(List3->currentItem()->text());
+}
+
+void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)
+{
+    // One character per byte, as the job was uploaded.
+    m_JobBuffer = data.toLatin1();
+    if (m_JobBuffer.holdsMoreThanBlanks())
+        Command1_Click();
+}
