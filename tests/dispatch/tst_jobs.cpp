@@ -5,7 +5,9 @@
 #include "psjob.h"
 
 #include "common/settings.h"
+#include "server/jobfiles.h"
 
+#include <QDateTime>
 #include <QImageReader>
 #include <QLineEdit>
 #include <QRadioButton>
@@ -39,6 +41,8 @@ private slots:
 
     void eachOptionKeepsItsFiles_data();
     void eachOptionKeepsItsFiles();
+    void failedJpegPageIsShownAndPassedOver_data();
+    void failedJpegPageIsShownAndPassedOver();
     void jobArrivingDuringAWaitIsNotLost();
     void cloudBranchKeepsTheBuffer();
 };
@@ -104,6 +108,57 @@ void TestJobs::eachOptionKeepsItsFiles()
         for (const QString& name : expected)
             QCOMPARE(jpegSize(s.jobFolder() + QDir::separator() + name), kLetter600);
     }
+}
+
+void TestJobs::failedJpegPageIsShownAndPassedOver_data()
+{
+    QTest::addColumn<int>("pages");
+    QTest::addColumn<QString>("blocked"); // the page name that cannot be written
+    QTest::addColumn<QString>("shown");   // as the message names it
+    QTest::addColumn<QStringList>("kept");
+    QTest::newRow("3 pages") << 3 << "_002.jpg"
+                             << "002.jpg" << QStringList{"_001.jpg", "_003.jpg"};
+    QTest::newRow("1 page") << 1 << ".jpg"
+                            << ".jpg" << QStringList{};
+}
+
+void TestJobs::failedJpegPageIsShownAndPassedOver()
+{
+    QFETCH(int, pages);
+    QFETCH(QString, blocked);
+    QFETCH(QString, shown);
+    QFETCH(QStringList, kept);
+
+    Server s;
+    frmMain& w = *s.window;
+    w.Option2->click();
+    w.Option5->click();
+    // A folder where a page should go, for every name the next seconds can give.
+    const QDateTime now = QDateTime::currentDateTime();
+    for (int second = 0; second < 20; ++second)
+        QDir(s.jobFolder()).mkpath(jobBaseName(now.addSecs(second)) + blocked);
+
+    sendJob(s.port, makePsJob(pages));
+    QTRY_VERIFY_WITH_TIMEOUT(w.jobBuffer().isEmpty() && !w.Text1->text().isEmpty() &&
+                                 !QFileInfo::exists(w.Text1->text()),
+                             kJobTimeoutMs);
+    const QString base = w.fileName();
+    QStringList expected;
+    for (const QString& suffix : kept)
+        expected << base + suffix;
+    QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), expected, kJobTimeoutMs); // TIFF and .ps wiped
+
+    const QString prefix = s.jobFolder() + QDir::separator() + base;
+    const QString text =
+        QStringLiteral("Failed to save the picture to the file: '") + prefix + shown + "'";
+    bool found = false;
+    for (const Message& m : s.messages)
+        if (m.text == text && m.icon == MsgIcon::Exclamation)
+            found = true;
+    QStringList all;
+    for (const Message& m : s.messages)
+        all << m.text;
+    QVERIFY2(found, qPrintable(all.join(u'|')));
 }
 
 void TestJobs::jobArrivingDuringAWaitIsNotLost()
