@@ -63,19 +63,12 @@ void frmMain::Command1_Click()
     DoChangeOption();
 
     if (Option9->isChecked()) {
-        // The upload to the cloud print store: the buffer stays as it is and
-        // no local file is made.
+        // Uploaded to the cloud print store: the buffer stays as it is and no
+        // local file is made.
         const QString folder = QStringLiteral("CloudPrint\\") + m_CloudClientUserId +
                                QStringLiteral("\\") + m_CloudClientServerId;
-        if (UcCloudSrvr2) {
-            // One character per received byte, so the job's bytes survive.
-            UcCloudSrvr2->UcUploadToCloudFile(folder, m_FileName, QString::fromLatin1(m_JobBuffer));
-            return;
-        }
-        txtLog->append(QStringLiteral("Print to Cloud Printer: the cloud is not set up in this "
-                                      "version; %1 for %2 stays in the buffer (%3 bytes)")
-                           .arg(m_FileName, folder)
-                           .arg(m_JobBuffer.size()));
+        // One character per received byte, so the job's bytes survive.
+        UcCloudSrvr2->UcUploadToCloudFile(folder, m_FileName, QString::fromLatin1(m_JobBuffer));
         return;
     }
 
