@@ -3,6 +3,7 @@
 
 #include "dispatchtest.h"
 #include "psjob.h"
+#include "freeport.h"
 
 #include "cloud/uccloudsrvr.h"
 #include "common/settings.h"
@@ -192,6 +193,9 @@ void TestJobs::cloudBranchKeepsTheBuffer()
 {
     SettingsStore::put(QStringLiteral("CloudClientUserId"), QStringLiteral("alice"));
     SettingsStore::put(QStringLiteral("CloudClientServerId"), QStringLiteral("srv1"));
+    // The share is a closed port on this machine: the upload fails at once.
+    SettingsStore::put(QStringLiteral("CloudBaseUrl"),
+                       QStringLiteral("http://127.0.0.1:%1/dav/").arg(freePort()));
     Server s;
     frmMain& w = *s.window;
     QVERIFY(w.Option9->isEnabled());
@@ -206,6 +210,7 @@ void TestJobs::cloudBranchKeepsTheBuffer()
     QCOMPARE(w.Text1->text(), QString());
     SettingsStore::remove(QStringLiteral("CloudClientUserId"));
     SettingsStore::remove(QStringLiteral("CloudClientServerId"));
+    SettingsStore::remove(QStringLiteral("CloudBaseUrl"));
 }
 
 QTEST_MAIN(TestJobs)
