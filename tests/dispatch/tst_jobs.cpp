@@ -3,7 +3,6 @@
 
 #include "dispatchtest.h"
 #include "psjob.h"
-#include "freeport.h"
 
 #include "cloud/uccloudsrvr.h"
 #include "common/settings.h"
