@@ -2,6 +2,12 @@
 
 #include <QString>
 
+#ifdef Q_OS_WIN
+#include <winsock2.h>
+#else
+#include <sys/socket.h>
+#endif
+
 // The few calls on an accepted TCP socket that the job intake makes itself,
 // so that received bytes go straight into the job buffer.
 namespace rawsocket
@@ -12,6 +18,7 @@ constexpr qint64 Failed = -2;
 qint64 receive(qintptr fd, char* into, qint64 max);
 void setNonBlocking(qintptr fd);
 void setReceiveBuffer(qintptr fd, int bytes);
-QString peerAddress(qintptr fd); // IPv4 peers as a.b.c.d
+bool peerName(qintptr fd, sockaddr_storage& address);
+QString peerAddress(qintptr fd); // IPv4 peers as a.b.c.d, also behind a dual-stack listener
 void close(qintptr fd);
 } // namespace rawsocket

@@ -1,6 +1,5 @@
 #include "platform/rawsocket.h"
 
-#include <QHostAddress>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -29,16 +28,10 @@ void rawsocket::setReceiveBuffer(qintptr fd, int bytes)
     ::setsockopt(int(fd), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
-QString rawsocket::peerAddress(qintptr fd)
+bool rawsocket::peerName(qintptr fd, sockaddr_storage& address)
 {
-    sockaddr_storage ss{};
-    socklen_t len = sizeof ss;
-    if (::getpeername(int(fd), reinterpret_cast<sockaddr*>(&ss), &len) != 0)
-        return QString();
-    QHostAddress a(reinterpret_cast<const sockaddr*>(&ss));
-    bool isV4 = false;
-    const quint32 v4 = a.toIPv4Address(&isV4);
-    return isV4 ? QHostAddress(v4).toString() : a.toString();
+    socklen_t len = sizeof address;
+    return ::getpeername(int(fd), reinterpret_cast<sockaddr*>(&address), &len) == 0;
 }
 
 void rawsocket::close(qintptr fd)

@@ -3,8 +3,6 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
-#include <QHostAddress>
-
 qint64 rawsocket::receive(qintptr fd, char* into, qint64 max)
 {
     const int n = ::recv(SOCKET(fd), into, int(max > 0x7fffffff ? 0x7fffffff : max), 0);
@@ -25,16 +23,10 @@ void rawsocket::setReceiveBuffer(qintptr fd, int bytes)
                  sizeof bytes);
 }
 
-QString rawsocket::peerAddress(qintptr fd)
+bool rawsocket::peerName(qintptr fd, sockaddr_storage& address)
 {
-    sockaddr_storage ss{};
-    int len = sizeof ss;
-    if (::getpeername(SOCKET(fd), reinterpret_cast<sockaddr*>(&ss), &len) != 0)
-        return QString();
-    QHostAddress a(reinterpret_cast<const sockaddr*>(&ss));
-    bool isV4 = false;
-    const quint32 v4 = a.toIPv4Address(&isV4);
-    return isV4 ? QHostAddress(v4).toString() : a.toString();
+    int len = sizeof address;
+    return ::getpeername(SOCKET(fd), reinterpret_cast<sockaddr*>(&address), &len) == 0;
 }
 
 void rawsocket::close(qintptr fd)
