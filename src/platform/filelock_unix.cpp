@@ -40,6 +40,29 @@ bool processHolds(const std::string& procDir, const FileId& id)
     return found;
 }
 
+// Our own descriptors are asked directly: no path lookup per descriptor.
+bool weHold(const FileId& id)
+{
+    DIR* dir = opendir("/proc/self/fd");
+    if (!dir)
+        return false;
+    const int own = dirfd(dir);
+    bool found = false;
+    while (const dirent* e = readdir(dir)) {
+        char* end = nullptr;
+        const long fd = std::strtol(e->d_name, &end, 10);
+        if (e->d_name[0] == '.' || *end != '\0' || fd == own)
+            continue;
+        struct stat st;
+        if (fstat(int(fd), &st) == 0 && st.st_dev == id.dev && st.st_ino == id.ino) {
+            found = true;
+            break;
+        }
+    }
+    closedir(dir);
+    return found;
+}
+
 bool anotherProcessHolds(const FileId& id)
 {
     DIR* proc = opendir("/proc");
@@ -88,7 +111,7 @@ bool heldOpenByAnotherProcess(const QString& path)
     close(fd);
     if (why == EAGAIN || why == EBUSY) {
         // Refused: by another process, or by a descriptor of our own.
-        if (!processHolds("/proc/self", id))
+        if (!weHold(id))
             return true;
     }
     // Leases unavailable here (filesystem, not the owner) or our own
