@@ -217,7 +217,12 @@ void frmMain::Command9_Click()
 
 void frmMain::Command3_Click()
 {
-    (new FrmNetScan(this))->show();
+    // One scan window, kept once made.
+    auto* scan = findChild<FrmNetScan*>(QString(), Qt::FindDirectChildrenOnly);
+    if (!scan)
+        scan = new FrmNetScan(this);
+    scan->show();
+    scan->raise();
 }
 
 void frmMain::Command4_Click()

@@ -8,6 +8,7 @@
 #include "convert/currentprinter.h"
 #include "convert/printers.h"
 #include "gspages.h"
+#include "netscan/FrmNetScan.h"
 #include "platform/printertools.h"
 #include "server/frmMain.h"
 #include "testsupport.h"
@@ -438,11 +439,17 @@ private slots:
         }
     }
 
-    void command3SaysTheScanIsNotThereYet()
+    void command3OpensTheScanWindow()
     {
         frmMain form(freePort());
         form.Command3->click();
-        QVERIFY(logged(QStringLiteral("The network scan window is not available yet")));
+        // Modeless and owned by the main window.
+        FrmNetScan* scan = form.findChild<FrmNetScan*>();
+        QVERIFY(scan);
+        QTRY_VERIFY(scan->isVisible());
+        QVERIFY(!scan->isModal());
+        form.Command3->click(); // the same window again
+        QCOMPARE(form.findChildren<FrmNetScan*>().size(), 1);
         // No output file yet: the folder button does nothing.
         form.TxtPath->clear();
         m_log.clear();
