@@ -18,7 +18,7 @@ int main(int argc, char* argv[])
     QApplication::setApplicationName(QStringLiteral("Quorvel"));
     QApplication::setQuitOnLastWindowClosed(false);
     if (!options.parse(app))
-        return 2;
+        return options.exitCode;
 
     setMsgMode(options.headless ? MsgMode::Headless : MsgMode::Gui);
     Log::setEcho(true);

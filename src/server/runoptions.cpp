@@ -62,6 +62,7 @@ bool RunOptions::parse(const QStringList& arguments)
     }
     if (parser.isSet(QStringLiteral("help"))) {
         std::fprintf(stdout, "%s", qPrintable(parser.helpText()));
+        exitCode = 0;
         return false;
     }
     bool ok = false;

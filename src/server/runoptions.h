@@ -16,6 +16,7 @@ struct RunOptions {
     QString output;
     bool colour = false;
     QString printer;
+    int exitCode = 2; // when parse() says the program should end: 0 after --help
 
     // Decides on --headless before the application exists (no display means headless).
     static RunOptions fromArguments(int argc, char* argv[]);
