@@ -45,6 +45,7 @@ private slots:
     void failedJpegPageIsShownAndPassedOver_data();
     void failedJpegPageIsShownAndPassedOver();
     void jobArrivingDuringAWaitIsNotLost();
+    void missingGhostscriptKeepsTheJob();
     void cloudBranchKeepsTheBuffer();
 };
 
@@ -186,6 +187,26 @@ void TestJobs::jobArrivingDuringAWaitIsNotLost()
     QCOMPARE(pdfPages(s.jobFolder() + QDir::separator() + firstBase + ".pdf"), 1);
     QCOMPARE(pdfPages(s.jobFolder() + QDir::separator() + secondBase + ".pdf"), 3);
     QCOMPARE(w.connectionCount(), 0);
+}
+
+void TestJobs::missingGhostscriptKeepsTheJob()
+{
+    // Neither a bundled bin/gs nor one on the PATH.
+    struct PathGone {
+        const QByteArray path = qgetenv("PATH");
+        PathGone() { qputenv("PATH", "/nonexistent"); }
+        ~PathGone() { qputenv("PATH", path); }
+    } gone;
+    Server s;
+    frmMain& w = *s.window;
+    const QByteArray job = makePsJob(1);
+    sendJob(s.port, job);
+    QTRY_VERIFY_WITH_TIMEOUT(!s.messages.empty(), 30000);
+    QVERIFY2(s.messages[0].text.startsWith(QLatin1String("Run-time error '53': File not found: ")),
+             qPrintable(s.messages[0].text));
+    // The job is neither lost nor half-done: its buffer and its .ps stay.
+    QCOMPARE(w.jobBuffer(), job);
+    QCOMPARE(s.jobFiles(), QStringList{w.fileName() + ".ps"});
 }
 
 void TestJobs::cloudBranchKeepsTheBuffer()
