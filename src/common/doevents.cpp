@@ -6,7 +6,7 @@
 
 namespace
 {
-constexpr int kMaxBlockMs = 10;
+constexpr int kMaxBlockMs = 25;
 }
 
 void DoEvents()

@@ -102,10 +102,14 @@ void frmMain::buildControls()
     Option5 = new QRadioButton(QStringLiteral("Jpeg File"), output);
     Option6 = new QRadioButton(QStringLiteral("Grayscale"), output);
     Option7 = new QRadioButton(QStringLiteral("Colour"), output);
+    // "Others" (neither TIFF nor JPEG) stays in reach: a chosen file type
+    // keeps "Save As Image" selected until it is given up here.
+    Option8 = new QRadioButton(QStringLiteral("Others"), output);
     out->addWidget(Option1, 0, 0);
     out->addWidget(Option2, 1, 0);
     out->addWidget(Option4, 1, 1);
     out->addWidget(Option5, 1, 2);
+    out->addWidget(Option8, 1, 3);
     out->addWidget(Option6, 2, 1);
     out->addWidget(Option7, 2, 2);
     out->addWidget(Option3, 3, 0);
@@ -130,10 +134,6 @@ void frmMain::buildControls()
     TxtEdit = new QLineEdit(FG2->viewport());
     TxtEdit->setObjectName(QStringLiteral("TxtEdit"));
     TxtEdit->hide();
-    picC = new QLabel(printers);
-    picUnC = new QLabel(printers);
-    picC->hide();
-    picUnC->hide();
     pr->addWidget(List2, 0, 0, 1, 3);
     pr->addWidget(FG2, 1, 0, 1, 3);
     Command4 = button(QStringLiteral("Properties"), printers);
@@ -219,10 +219,12 @@ void frmMain::buildControls()
     f7->addWidget(List3);
     root->addWidget(Frame7);
 
-    Frame8 = new QGroupBox(this); // "Others": neither TIFF nor JPEG
-    auto* f8 = new QVBoxLayout(Frame8);
-    Option8 = new QRadioButton(QStringLiteral("Others"), Frame8);
-    f8->addWidget(Option8);
+    Frame8 = new QGroupBox(this); // the printers' status pictures
+    auto* f8 = new QHBoxLayout(Frame8);
+    picC = new QLabel(Frame8);
+    picUnC = new QLabel(Frame8);
+    f8->addWidget(picC);
+    f8->addWidget(picUnC);
     root->addWidget(Frame8);
 
     actionGroup = new QButtonGroup(this);

@@ -86,6 +86,15 @@ private slots:
         form.Option3->click();
         QVERIFY(form.Option3->isChecked() && !form.Option1->isChecked());
         QVERIFY(form.Option7->isChecked());
+
+        // A file type holds "Save As Image" until "Others" gives it up.
+        form.Option5->click();
+        QVERIFY(form.Option2->isChecked());
+        form.Option1->click();
+        QVERIFY(form.Option2->isChecked() && !form.Option1->isChecked());
+        form.Option8->click();
+        form.Option1->click();
+        QVERIFY(form.Option1->isChecked() && form.Option8->isChecked());
     }
 
     void cloudOptionNeedsBothIds()
