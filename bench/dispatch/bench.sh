@@ -19,9 +19,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-freeport() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
-min() { if [ -z "$1" ] || [ "$(echo "$2 < $1" | bc -l)" = 1 ]; then echo "$2"; else echo "$1"; fi; }
-median() { printf '%s\n' "$@" | sort -g | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+. "$(dirname "$0")/../lib.sh"
 
 # start_server NAME ARGS... : sets port, folder, qp
 start_server() {

@@ -15,8 +15,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-freeport() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
-now() { date +%s.%N; }
+. "$(dirname "$0")/../lib.sh"
 
 # A job that Ghostscript gives up on at once, so the dispatch after each run stays short.
 job="$work/job.ps"
@@ -34,7 +33,7 @@ for _ in $(seq "$runs"); do
     nc -N 127.0.0.1 "$port" < "$job"
     wait "$lp" || true
     t=$(echo "$(now) - $t0" | bc -l)
-    if [ -z "$best_nc" ] || [ "$(echo "$t < $best_nc" | bc -l)" = 1 ]; then best_nc=$t; fi
+    best_nc=$(min "$best_nc" "$t")
 done
 
 best_q=
@@ -59,7 +58,7 @@ for i in $(seq "$runs"); do
     kb=$(awk '/VmHWM/ {print $2}' /proc/$qp/status)
     kill "$qp"; wait "$qp" 2>/dev/null || true
     [ "$kb" -gt "$peak_kb" ] && peak_kb=$kb
-    if [ -z "$best_q" ] || [ "$(echo "$t < $best_q" | bc -l)" = 1 ]; then best_q=$t; fi
+    best_q=$(min "$best_q" "$t")
     rm -rf "$folder"
 done
 

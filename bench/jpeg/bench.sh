@@ -15,7 +15,7 @@ runs=${JPEG_RUNS:-3}
 convert=/usr/bin/convert
 work=$(mktemp -d /tmp/quorvel-jpeg.XXXXXX)
 trap 'rm -rf "$work"' EXIT
-now() { date +%s.%N; }
+. "$(dirname "$0")/../lib.sh"
 
 bash "$genps" "$pages" > "$work/job.ps"
 mkdir -p "$work/tmp"

@@ -5,6 +5,7 @@
 
 #include "common/msgbox.h"
 #include "common/paths.h"
+#include "freeport.h"
 #include "server/frmMain.h"
 
 #include <QDir>
@@ -17,14 +18,6 @@
 
 #include <memory>
 #include <vector>
-
-inline quint16 freePort()
-{
-    QTcpServer probe;
-    if (!probe.listen(QHostAddress::LocalHost, 0))
-        return 0;
-    return probe.serverPort();
-}
 
 // A window that lives in its own program folder (with a blank in its name,
 // so that every quoted path is tried with one).
