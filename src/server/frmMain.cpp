@@ -35,12 +35,6 @@
 
 namespace
 {
-// One twip is 1/15 of a pixel at the usual 96 dpi.
-constexpr int twips(int t)
-{
-    return t / 15;
-}
-
 QPushButton* button(const QString& caption, QWidget* parent)
 {
     return new QPushButton(caption, parent);

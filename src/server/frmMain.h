@@ -144,6 +144,8 @@ protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
 
 private:
+    // The window was laid out in twips: 15 to a pixel at 96 dpi.
+    static constexpr int twips(int t) { return t / 15; }
     void buildControls();
     void connectHandlers();
     void setupCloud();         // frmMain_cloud.cpp

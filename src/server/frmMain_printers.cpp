@@ -24,11 +24,6 @@ constexpr int kLastPrinterRow = 100; // the table's fixed bound
 const QColor kWhite(0xFF, 0xFF, 0xFF);
 const QColor kYellow(0xFF, 0xFF, 0x00);
 
-constexpr int twips(int t)
-{
-    return t / 15;
-}
-
 // Key and mouse releases of a widget, as the window's handlers want them.
 class ReleaseHook : public QObject
 {
