@@ -21,7 +21,7 @@ done
 [ -n "$display" ] || { echo "no free display"; exit 1; }
 Xvfb ":$display" -screen 0 1280x900x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
 pids+=($!)
-for _ in $(seq 50); do [ -e /tmp/.X11-unix/X$display ] && break; sleep 0.1; done
+for _ in $(seq 300); do xdpyinfo -display ":$display" >/dev/null 2>&1 && break; sleep 0.1; done
 export DISPLAY=":$display"
 unset QT_QPA_PLATFORM
 
@@ -31,7 +31,7 @@ QUORVEL_SETTINGS_DIR="$work/settings" "$bin" --port "$port" --program-folder "$w
 pids+=($!)
 
 win=
-for _ in $(seq 100); do
+for _ in $(seq 300); do
     win=$(xdotool search --name '^Quorvel$' 2>/dev/null | head -n1 || true)
     [ -n "$win" ] && break
     sleep 0.1

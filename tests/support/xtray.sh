@@ -41,12 +41,22 @@ tray_owner() {
 }
 
 start_trayer() {
-    local display
+    local display try
     display=$(cat "$dir/display")
-    DISPLAY=":$display" trayer --edge top --align right --widthtype request --height 32 \
-        --SetDockType true --transparent false --tint 0xd0d0d0 >>"$dir/trayer.log" 2>&1 &
-    echo $! >"$dir/trayer.pid"
-    for _ in $(seq 50); do tray_owner && break; sleep 0.1; done
+    # A busy machine may need several seconds; a tray host that died is started again.
+    for try in 1 2 3; do
+        DISPLAY=":$display" trayer --edge top --align right --widthtype request --height 32 \
+            --SetDockType true --transparent false --tint 0xd0d0d0 >>"$dir/trayer.log" 2>&1 &
+        echo $! >"$dir/trayer.pid"
+        for _ in $(seq 300); do
+            tray_owner && break
+            pid_alive "$(cat "$dir/trayer.pid")" || break
+            sleep 0.1
+        done
+        tray_owner && break
+        stop_pid "$dir/trayer.pid"
+    done
+    tray_owner || { echo "the tray host did not start"; cat "$dir/trayer.log"; exit 1; }
     sleep 0.3
     write_env
 }
@@ -63,7 +73,8 @@ up)
     for _ in $(seq 100); do [ -s "$dir/display" ] && break; sleep 0.1; done
     [ -s "$dir/display" ] || { echo "Xvfb did not start"; cat "$dir/xvfb.log"; exit 1; }
     tr -d '\n ' <"$dir/display" >"$dir/display.tmp" && mv "$dir/display.tmp" "$dir/display"
-    for _ in $(seq 50); do DISPLAY=":$(cat "$dir/display")" xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+    for _ in $(seq 300); do DISPLAY=":$(cat "$dir/display")" xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+    DISPLAY=":$(cat "$dir/display")" xdpyinfo >/dev/null 2>&1 || { echo "Xvfb does not answer"; cat "$dir/xvfb.log"; exit 1; }
     start_trayer
     echo "Xvfb on :$(cat "$dir/display") with trayer $(cat "$dir/trayer.pid")"
     ;;
