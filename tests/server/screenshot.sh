@@ -37,10 +37,15 @@ for _ in $(seq 300); do
     sleep 0.1
 done
 [ -n "$win" ] || { echo "the main window did not appear"; cat "$work/quorvel.log"; exit 1; }
+for _ in $(seq 100); do grep -q "Listening to port: $port" "$work/quorvel.log" && break; sleep 0.1; done
 grep -q "Listening to port: $port" "$work/quorvel.log" || { cat "$work/quorvel.log"; exit 1; }
-sleep 1 # let it paint
-import -window "$win" "$out/main-window.png"
-# A blank capture means nothing was drawn.
-colours=$(convert "$out/main-window.png" -format '%k' info:)
+# A capture taken before the window is painted is blank: try again a little later.
+colours=0
+for _ in $(seq 10); do
+    sleep 1
+    import -window "$win" "$out/main-window.png" || continue
+    colours=$(convert "$out/main-window.png" -format '%k' info:)
+    [ "$colours" -gt 8 ] && break
+done
 echo "main window captured: $out/main-window.png ($colours colours)"
-[ "$colours" -gt 8 ]
+[ "$colours" -gt 8 ] || { cat "$work/quorvel.log"; exit 1; }
