@@ -61,18 +61,27 @@ SharedSection::~SharedSection()
     removeIfOrphaned(d->id);
 }
 
+namespace
+{
+std::unique_ptr<SharedSection::Impl> attachSegment(int id, int flags)
+{
+    void* address = shmat(id, nullptr, flags);
+    if (address == reinterpret_cast<void*>(-1))
+        return nullptr;
+    auto impl = std::make_unique<SharedSection::Impl>();
+    impl->id = id;
+    impl->address = address;
+    return impl;
+}
+} // namespace
+
 std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
 {
     const int id = shmget(keyFor(name), 0, 0);
     if (id < 0 || removeIfOrphaned(id))
         return nullptr;
-    void* address = shmat(id, nullptr, SHM_RDONLY);
-    if (address == reinterpret_cast<void*>(-1))
-        return nullptr;
-    auto impl = std::make_unique<Impl>();
-    impl->id = id;
-    impl->address = address;
-    return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
+    auto impl = attachSegment(id, SHM_RDONLY);
+    return impl ? std::unique_ptr<SharedSection>(new SharedSection(std::move(impl))) : nullptr;
 }
 
 std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
@@ -85,13 +94,8 @@ std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
         id = shmget(key, sizeof(qint32), IPC_CREAT | 0600);
     if (id < 0)
         return nullptr;
-    void* address = shmat(id, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1))
-        return nullptr;
-    auto impl = std::make_unique<Impl>();
-    impl->id = id;
-    impl->address = address;
-    return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
+    auto impl = attachSegment(id, 0);
+    return impl ? std::unique_ptr<SharedSection>(new SharedSection(std::move(impl))) : nullptr;
 }
 
 void SharedSection::keepOpen(std::unique_ptr<SharedSection> section)
