@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QDir>
 #include <QImage>
+#include <QPoint>
 #include <QProcess>
 #include <QRect>
 #include <QString>
@@ -36,6 +37,14 @@ inline bool xdotool(const QStringList& args)
     return QProcess::execute(QStringLiteral("xdotool"), args) == 0;
 }
 
+// Clicks BUTTON (1 left, 2 middle, 3 right) REPEAT times at P.
+inline bool clickAt(const QPoint& p, int button, int repeat = 1)
+{
+    return xdotool({QStringLiteral("mousemove"), QString::number(p.x()), QString::number(p.y()),
+                    QStringLiteral("click"), QStringLiteral("--repeat"), QString::number(repeat),
+                    QStringLiteral("--delay"), QStringLiteral("80"), QString::number(button)});
+}
+
 // A screenshot of the whole display (ImageMagick's import), kept under the
 // build tree as NAME.png.
 inline QImage screenshot(const QString& name)
@@ -47,6 +56,13 @@ inline QImage screenshot(const QString& name)
                           {QStringLiteral("-window"), QStringLiteral("root"), file}) != 0)
         return QImage();
     return QImage(file);
+}
+
+// Keeps the part RECT of SHOT as NAME_crop.png beside the screenshots.
+inline bool saveCrop(const QImage& shot, const QRect& rect, const QString& name)
+{
+    return shot.copy(rect).save(qEnvironmentVariable("QUORVEL_SCREENSHOTS") + u'/' + name +
+                                QStringLiteral("_crop.png"));
 }
 
 // Pixels within rect whose colour is close to colour.

@@ -1,15 +1,13 @@
-// The tray control's own logic: usage errors, the record it gives the shell,
-// the notification dispatch, blinking and the ids from the instance counter.
-// Offscreen: there is no notification area, so the shell adds nothing, but
-// the control's window procedure and timers work as in a real session.
-#include "tray/ctlSysTrayBalloon.h"
-#include "tray/qtsystrayshell.h"
+// The tray control's own logic: usage errors, the record it gives the shell
+// and its fixed-size texts, the notification dispatch, blinking and the ids
+// from the instance counter. Offscreen: there is no notification area, so the
+// shell adds nothing, but the control's window procedure and timers work as
+// in a real session.
+#include "tray/notifyicondata.h"
+#include "traytest.h"
 
 #include <QApplication>
-#include <QLabel>
-#include <QSignalSpy>
 #include <QTest>
-#include <memory>
 
 struct ctlSysTrayBalloonTestAccess {
     static qint32 increment(ctlSysTrayBalloon& t)
@@ -22,75 +20,25 @@ struct ctlSysTrayBalloonTestAccess {
     }
     static bool refresh(ctlSysTrayBalloon& t) { return t.SysTrayIconRefresh(); }
 };
-
-namespace
-{
 using Access = ctlSysTrayBalloonTestAccess;
 
-struct Error {
-    QString source;
-    int code;
-    QString description;
-    bool operator==(const Error& o) const
-    {
-        return source == o.source && code == o.code && description == o.description;
-    }
-};
-
-const QString NotLoaded = QStringLiteral("SysTray non chargé");
-} // namespace
-
-namespace QTest
-{
-template <> char* toString(const Error& e)
-{
-    return qstrdup(
-        QStringLiteral("(%1, %2, %3)").arg(e.source).arg(e.code).arg(e.description).toUtf8());
-}
-} // namespace QTest
+static const QString NotLoaded = QStringLiteral("SysTray non chargé");
+static const QString NoStandardIcon = QStringLiteral("Icône standard non définie");
+static const QString Misuse = QStringLiteral("Utilisation incorrecte de la fonction");
 
 class TestControl : public QObject
 {
     Q_OBJECT
     std::unique_ptr<QLabel> m_std, m_blink, m_empty;
     std::unique_ptr<ctlSysTrayBalloon> m_tray;
-    QList<Error> m_errors;
-    QStringList m_events;
-
-    void make()
-    {
-        m_tray = std::make_unique<ctlSysTrayBalloon>();
-        m_errors.clear();
-        m_events.clear();
-        connect(m_tray.get(), &ctlSysTrayBalloon::PgmError, this,
-                [this](const QString& s, int c, const QString& d) {
-                    m_errors.append({s, c, d});
-                });
-        auto* t = m_tray.get();
-        connect(t, &ctlSysTrayBalloon::MouseMove, this, [this] { m_events << "MouseMove"; });
-        connect(t, &ctlSysTrayBalloon::Click, this, [this] { m_events << "Click"; });
-        connect(t, &ctlSysTrayBalloon::DblClick, this,
-                [this](int b) { m_events << QStringLiteral("DblClick(%1)").arg(b); });
-        connect(t, &ctlSysTrayBalloon::MouseDown, this,
-                [this](int b) { m_events << QStringLiteral("MouseDown(%1)").arg(b); });
-        connect(t, &ctlSysTrayBalloon::MouseUp, this,
-                [this](int b) { m_events << QStringLiteral("MouseUp(%1)").arg(b); });
-        connect(t, &ctlSysTrayBalloon::BalloonClosed, this,
-                [this] { m_events << "BalloonClosed"; });
-        connect(t, &ctlSysTrayBalloon::BalloonClicked, this,
-                [this] { m_events << "BalloonClicked"; });
-        connect(t, &ctlSysTrayBalloon::BalloonShow, this, [this] { m_events << "BalloonShow"; });
-        connect(t, &ctlSysTrayBalloon::BalloonTimeOut, this,
-                [this] { m_events << "BalloonTimeOut"; });
-    }
+    QStringList m_events; // PgmError included
 
     void addIcon()
     {
         m_tray->IconPicture(m_std.get());
         QVERIFY(m_tray->SysTrayAddIcon());
-        QVERIFY(m_errors.isEmpty());
+        QVERIFY(m_events.isEmpty());
     }
-
     qintptr tray(quint32 notification)
     {
         return m_tray->CallBackProc(m_tray->shell()->window(), tray::WM_TRAYCALLBACK,
@@ -100,22 +48,24 @@ class TestControl : public QObject
     {
         m_tray->CallBackProc(m_tray->shell()->window(), tray::WM_TIMER, quintptr(timerId), 0);
     }
-    int period(int timerId)
-    {
-        return static_cast<QtSysTrayShell*>(m_tray->shell())->timerPeriod(quintptr(timerId));
-    }
+    int period(int timerId) { return trayShell(m_tray.get())->timerPeriod(quintptr(timerId)); }
+    quintptr shownIcon() const { return m_tray->notificationRecord().hIcon.handle; }
+    static quintptr handle(const QLabel& l) { return quintptr(l.pixmap().cacheKey()); }
 
 private slots:
     void initTestCase()
     {
-        m_std = std::make_unique<QLabel>();
-        m_std->setPixmap(QPixmap(QStringLiteral(":/tray/icons/quorvel.png")));
-        m_blink = std::make_unique<QLabel>();
-        m_blink->setPixmap(QPixmap(QStringLiteral(":/tray/icons/quorvel_blink.png")));
-        m_empty = std::make_unique<QLabel>();
+        m_std = iconLabel(QStringLiteral("quorvel"));
+        m_blink = iconLabel(QStringLiteral("quorvel_blink"));
+        m_empty = iconLabel();
         QVERIFY(!m_std->pixmap().isNull());
     }
-    void init() { make(); }
+    void init()
+    {
+        m_events.clear();
+        m_tray = std::make_unique<ctlSysTrayBalloon>();
+        recordTrayEvents(m_tray.get(), this, m_events);
+    }
     void cleanup() { m_tray.reset(); }
 
     void idsFollowTheInstanceNumber()
@@ -123,12 +73,13 @@ private slots:
         const qint32 first = m_tray->ID();
         QVERIFY(first >= 1);
         QCOMPARE(m_tray->iconId(), 1000 + 4 * (first - 1));
-        QCOMPARE(m_tray->taskbarTimerId(), m_tray->iconId() + 1);
-        QCOMPARE(m_tray->balloonTimerId(), m_tray->iconId() + 2);
-        QCOMPARE(m_tray->blinkTimerId(), m_tray->iconId() + 3);
+        const QList<int> timers = {m_tray->taskbarTimerId(), m_tray->balloonTimerId(),
+                                   m_tray->blinkTimerId()};
+        const int icon = m_tray->iconId();
+        QCOMPARE(timers, QList<int>({icon + 1, icon + 2, icon + 3}));
         ctlSysTrayBalloon second;
         QCOMPARE(second.ID(), first + 1);
-        QCOMPARE(second.iconId(), m_tray->iconId() + 4);
+        QCOMPARE(second.iconId(), icon + 4);
         // Never given back: a new instance after one ended still moves up.
         m_tray.reset();
         ctlSysTrayBalloon third;
@@ -137,15 +88,12 @@ private slots:
 
     void counterCallsAreGuardedPerInstance()
     {
-        QCOMPARE(Access::increment(*m_tray), 0);
-        QCOMPARE(m_errors, QList<Error>({{"SingletonIncrement", -3,
-                                          "Utilisation incorrecte de la fonction"}}));
-        m_errors.clear();
         const qint32 before = m_tray->ID();
+        QCOMPARE(Access::increment(*m_tray), 0);
         QVERIFY(Access::decrement(*m_tray) >= 0);
         QCOMPARE(Access::decrement(*m_tray), 0);
-        QCOMPARE(m_errors, QList<Error>({{"SingletonDecrement", -3,
-                                          "Utilisation incorrecte de la fonction"}}));
+        QCOMPARE(m_events, QStringList({pgmError("SingletonIncrement", -3, Misuse),
+                                        pgmError("SingletonDecrement", -3, Misuse)}));
         QCOMPARE(m_tray->ID(), before);
     }
 
@@ -157,32 +105,30 @@ private slots:
         m_tray->BlinkStart(500);
         QVERIFY(!Access::refresh(*m_tray));
         QVERIFY(!m_tray->BlinkIsRunning());
-        QCOMPARE(m_errors, QList<Error>({{"SysTrayRemoveIcon", -1, NotLoaded},
-                                         {"BalloonTipShow", -1, NotLoaded},
-                                         {"BlinkStart", -1, "SysTray non démarré"},
-                                         {"SysTrayIconRefresh", -1, NotLoaded}}));
-        m_errors.clear();
-
         // No standard icon: nothing is added.
         QVERIFY(!m_tray->SysTrayAddIcon());
         QVERIFY(!m_tray->isLoaded());
-        QCOMPARE(m_errors, QList<Error>({{"Initialize", 0, ""}}));
-        m_errors.clear();
+        QCOMPARE(m_events, QStringList({pgmError("SysTrayRemoveIcon", -1, NotLoaded),
+                                        pgmError("BalloonTipShow", -1, NotLoaded),
+                                        pgmError("BlinkStart", -1, "SysTray non démarré"),
+                                        pgmError("SysTrayIconRefresh", -1, NotLoaded),
+                                        pgmError("Initialize", 0, "")}));
+        m_events.clear();
 
         // Adding twice: the icon stays, with the text the control has always given.
         addIcon();
         QVERIFY(!m_tray->SysTrayAddIcon());
         QVERIFY(m_tray->isLoaded());
-        QCOMPARE(m_errors, QList<Error>({{"SysTrayAddIcon", -1, "Icône standard non définie"}}));
-        m_errors.clear();
+        QCOMPARE(m_events, QStringList({pgmError("SysTrayAddIcon", -1, NoStandardIcon)}));
+        m_events.clear();
         QCOMPARE(m_tray->SysTrayRemoveIcon(), QVariant(true));
         QVERIFY(!m_tray->isLoaded());
 
         // A run-time error inside a routine comes out as PgmError too.
         m_tray->IconPicture(nullptr);
-        QCOMPARE(m_errors.size(), 1);
-        QCOMPARE(m_errors[0].source, QStringLiteral("IconPicture"));
-        QCOMPARE(m_errors[0].code, 91);
+        QCOMPARE(m_events.size(), 1);
+        QVERIFY2(m_events[0].startsWith(QStringLiteral("PgmError(IconPicture,91,")),
+                 qPrintable(m_events[0]));
     }
 
     void recordForAdding()
@@ -190,16 +136,43 @@ private slots:
         m_tray->setTooltip(QStringLiteral("Quorvel"));
         addIcon();
         const NotifyIconData& r = m_tray->notificationRecord();
-        QCOMPARE(r.cbSize, 936u);
         QCOMPARE(r.hWnd, m_tray->shell()->window());
         QCOMPARE(r.uID, quint32(m_tray->iconId()));
-        QCOMPARE(r.uFlags, 7u);
-        QCOMPARE(r.uCallbackMessage, 1025u);
-        QCOMPARE(r.hIcon.handle, quintptr(m_std->pixmap().cacheKey()));
-        QCOMPARE(r.dwState, 2u);
-        QCOMPARE(r.dwStateMask, 0u);
-        QCOMPARE(r.uTimeoutOrVersion, 3u);
+        QCOMPARE(r.hIcon.handle, handle(*m_std));
+        const QList<quint32> fields = {r.cbSize,  r.uFlags,      r.uCallbackMessage,
+                                       r.dwState, r.dwStateMask, r.uTimeoutOrVersion};
+        QCOMPARE(fields, QList<quint32>({936, 7, 1025, 2, 0, 3}));
         QCOMPARE(FixedBufferText(r.szTip), QStringLiteral("Quorvel"));
+    }
+
+    void fixedBufferKeepsHalfTheBytesLessOne_data()
+    {
+        QTest::addColumn<int>("bytes");
+        QTest::addColumn<int>("written");
+        QTest::addColumn<int>("kept");
+        QTest::newRow("tooltip 127") << tray::TipBytes << 127 << 127;
+        QTest::newRow("tooltip 128") << tray::TipBytes << 128 << 127;
+        QTest::newRow("message 300") << tray::InfoBytes << 300 << 255;
+        QTest::newRow("message 255") << tray::InfoBytes << 255 << 255;
+        QTest::newRow("title 64") << tray::InfoTitleBytes << 64 << 63;
+        QTest::newRow("title 5") << tray::InfoTitleBytes << 5 << 5;
+    }
+    void fixedBufferKeepsHalfTheBytesLessOne()
+    {
+        QFETCH(int, bytes);
+        QFETCH(int, written);
+        QFETCH(int, kept);
+        QByteArray field(bytes, '\x7f'); // leftovers that must not show
+        QString text;
+        for (int i = 0; i < written; ++i)
+            text += QChar(u'a' + i % 26);
+        StringToFixedBuffer(field, text);
+        QCOMPARE(field.size(), bytes);
+        QCOMPARE(FixedBufferText(field), text.left(kept));
+        QCOMPARE(field.mid(kept * 2), QByteArray(bytes - kept * 2, '\0'));
+        // Non-Latin text is copied as UTF-16.
+        StringToFixedBuffer(field, QStringLiteral("Icône ✓"));
+        QCOMPARE(FixedBufferText(field), QStringLiteral("Icône ✓"));
     }
 
     void textLimits()
@@ -207,20 +180,19 @@ private slots:
         addIcon();
         m_tray->setTooltip(QString(200, u'x'));
         QCOMPARE(m_tray->Tooltip(), QString(127, u'x') + QChar(0));
-        m_tray->setTooltip(QString());
+        m_tray->setTooltip(QString()); // the empty text keeps the previous one
         QCOMPARE(m_tray->Tooltip().size(), 128);
         QCOMPARE(FixedBufferText(m_tray->notificationRecord().szTip), QString(127, u'x'));
-        m_tray->setTooltip(QStringLiteral("Quorvel"));
+        m_tray->setTooltip(QStringLiteral("Quorvel")); // a shorter text clears the rest
         QCOMPARE(m_tray->Tooltip(), QStringLiteral("Quorvel") + QString(121, QChar(0)));
 
         QVERIFY(m_tray->BalloonTipShow(QString(70, u't'), QString(300, u'm'), 2, 4000));
         const NotifyIconData& r = m_tray->notificationRecord();
         QCOMPARE(FixedBufferText(r.szInfoTitle), QString(63, u't'));
         QCOMPARE(FixedBufferText(r.szInfo), QString(255, u'm'));
-        QCOMPARE(r.uFlags, 16u);
-        QCOMPARE(r.uTimeoutOrVersion, 4000u);
-        QCOMPARE(r.dwInfoFlags, 2u);
-        QVERIFY(m_errors.isEmpty());
+        const QList<quint32> fields = {r.uFlags, r.uTimeoutOrVersion, r.dwInfoFlags};
+        QCOMPARE(fields, QList<quint32>({16, 4000, 2}));
+        QVERIFY(m_events.isEmpty());
     }
 
     void showLastNeedsTextsAndATimeout()
@@ -267,31 +239,30 @@ private slots:
         QFETCH(quint32, notification);
         QFETCH(QStringList, events);
         tray(notification); // not subclassed yet: nothing
-        QVERIFY(m_events.isEmpty());
         addIcon();
         tray(notification);
         QCOMPARE(m_events, events);
-        QVERIFY(m_errors.isEmpty());
     }
 
     void balloonTimerFollowsTheNotifications()
     {
         addIcon();
+        const int balloon = m_tray->balloonTimerId();
         QVERIFY(m_tray->BalloonTipShow(QStringLiteral("T"), QStringLiteral("M"), 1, 5000));
-        QCOMPARE(period(m_tray->balloonTimerId()), -1);
+        QCOMPARE(period(balloon), -1);
         tray(tray::NIN_BALLOONSHOW);
-        QCOMPARE(period(m_tray->balloonTimerId()), 5000);
+        QCOMPARE(period(balloon), 5000);
         tray(tray::NIN_BALLOONUSERCLICK); // keeps running
-        QCOMPARE(period(m_tray->balloonTimerId()), 5000);
+        QCOMPARE(period(balloon), 5000);
         tray(tray::NIN_BALLOONTIMEOUT);
-        QCOMPARE(period(m_tray->balloonTimerId()), -1);
+        QCOMPARE(period(balloon), -1);
         tray(tray::NIN_BALLOONSHOW);
-        tick(m_tray->balloonTimerId()); // auto-close: stops itself, finds no balloon here
-        QCOMPARE(period(m_tray->balloonTimerId()), -1);
+        tick(balloon); // auto-close: stops itself, finds no balloon here
+        QCOMPARE(period(balloon), -1);
         // A timeout below 1 starts no timer.
         QVERIFY(m_tray->BalloonTipShow(QStringLiteral("T"), QStringLiteral("M"), 1, 0));
         tray(tray::NIN_BALLOONSHOW);
-        QCOMPARE(period(m_tray->balloonTimerId()), -1);
+        QCOMPARE(period(balloon), -1);
         QCOMPARE(period(m_tray->taskbarTimerId()), 2000);
     }
 
@@ -299,52 +270,41 @@ private slots:
     {
         m_tray->BlinkIconPicture(m_blink.get());
         addIcon();
-        const quintptr std = quintptr(m_std->pixmap().cacheKey());
-        const quintptr blink = quintptr(m_blink->pixmap().cacheKey());
+        const int timer = m_tray->blinkTimerId();
+        const quintptr std = handle(*m_std), blink = handle(*m_blink);
         m_tray->BlinkStart(50);
         QVERIFY(m_tray->BlinkIsRunning());
-        QCOMPARE(period(m_tray->blinkTimerId()), 200); // the floor
+        QCOMPARE(period(timer), 200); // the floor
         m_tray->BlinkStart(1000);
-        QCOMPARE(period(m_tray->blinkTimerId()), 1000);
-
-        tick(m_tray->blinkTimerId());
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, blink);
-        tick(m_tray->blinkTimerId());
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, std);
-        tick(m_tray->blinkTimerId());
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, blink);
-
+        QCOMPARE(period(timer), 1000);
+        for (quintptr expected : {blink, std, blink}) {
+            tick(timer);
+            QCOMPARE(shownIcon(), expected);
+        }
         m_tray->BlinkStop();
         QVERIFY(!m_tray->BlinkIsRunning());
-        QCOMPARE(period(m_tray->blinkTimerId()), -1);
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, std);
+        QCOMPARE(period(timer), -1);
+        QCOMPARE(shownIcon(), std);
         // The phase was kept: the next tick shows the standard icon.
         m_tray->BlinkStart(300);
-        tick(m_tray->blinkTimerId());
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, std);
-        tick(m_tray->blinkTimerId());
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, blink);
-        QVERIFY(m_errors.isEmpty());
+        for (quintptr expected : {std, blink}) {
+            tick(timer);
+            QCOMPARE(shownIcon(), expected);
+        }
+        QVERIFY(m_events.isEmpty());
     }
 
-    void blinkIconUnsetShowsAnEmptySlot()
+    void blinkWithoutIcons()
     {
         addIcon();
         m_tray->BlinkStart(200);
+        tick(m_tray->blinkTimerId()); // no blink icon: an empty slot
+        QCOMPARE(shownIcon(), quintptr(0));
+        QVERIFY(m_events.isEmpty());
+        m_tray->IconPicture(m_empty.get()); // no standard icon: blinking stops
+        QVERIFY(m_events.isEmpty());
         tick(m_tray->blinkTimerId());
-        QCOMPARE(m_tray->notificationRecord().hIcon.handle, quintptr(0));
-        QVERIFY(m_errors.isEmpty());
-    }
-
-    void blinkWithoutStandardIconStops()
-    {
-        addIcon();
-        m_tray->BlinkStart(200);
-        tick(m_tray->blinkTimerId()); // blink phase
-        m_tray->IconPicture(m_empty.get());
-        QVERIFY(m_errors.isEmpty());
-        tick(m_tray->blinkTimerId());
-        QCOMPARE(m_errors, QList<Error>({{"BlinkSwapIcons", -2, "Icône standard non définie"}}));
+        QCOMPARE(m_events, QStringList({pgmError("BlinkSwapIcons", -2, NoStandardIcon)}));
         QVERIFY(!m_tray->BlinkIsRunning());
         QCOMPARE(period(m_tray->blinkTimerId()), -1);
     }
@@ -353,11 +313,9 @@ private slots:
     {
         m_tray->BlinkIconPicture(m_blink.get());
         addIcon();
-        const quintptr blink = quintptr(m_blink->pixmap().cacheKey());
         m_tray->BlinkStart(200);
-        QTRY_COMPARE(m_tray->notificationRecord().hIcon.handle, blink);
-        QTRY_COMPARE(m_tray->notificationRecord().hIcon.handle,
-                     quintptr(m_std->pixmap().cacheKey()));
+        QTRY_COMPARE(shownIcon(), handle(*m_blink));
+        QTRY_COMPARE(shownIcon(), handle(*m_std));
     }
 
     void removeStopsEverything()

@@ -47,8 +47,15 @@ private slots:
         endAll(false);
     }
 
+    void numbersAcrossProcesses_data()
+    {
+        QTest::addColumn<bool>("kill");
+        QTest::newRow("normal ends") << false;
+        QTest::newRow("killed") << true;
+    }
     void numbersAcrossProcesses()
     {
+        QFETCH(bool, kill);
         // The namespace of this test is private, so the first holder gets 1.
         QCOMPARE(startChild(), 1);
         QCOMPARE(startChild(), 2);
@@ -58,21 +65,8 @@ private slots:
         QVERIFY(m_children.front()->waitForFinished(10000));
         m_children.erase(m_children.begin());
         QCOMPARE(startChild(), 4);
-    }
-
-    void backToOneAfterNormalEnds()
-    {
-        QCOMPARE(startChild(), 1);
-        QCOMPARE(startChild(), 2);
-        endAll(false);
-        QCOMPARE(startChild(), 1);
-    }
-
-    void backToOneAfterKills()
-    {
-        QCOMPARE(startChild(), 1);
-        QCOMPARE(startChild(), 2);
-        endAll(true);
+        // Once every holder has ended, the next one is 1 again.
+        endAll(kill);
         QCOMPARE(startChild(), 1);
     }
 };

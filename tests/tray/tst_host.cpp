@@ -7,8 +7,7 @@
 #include "freeport.h"
 #include "platform/startupentry.h"
 #include "server/frmMain.h"
-#include "tray/ctlSysTrayBalloon.h"
-#include "tray/qtsystrayshell.h"
+#include "traytest.h"
 #include "xtray.h"
 
 #include <QAction>
@@ -16,11 +15,9 @@
 #include <QCheckBox>
 #include <QFile>
 #include <QFileInfo>
-#include <QGroupBox>
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
-#include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
 #include <memory>
@@ -31,32 +28,23 @@ class TestHost : public QObject
     std::unique_ptr<QTemporaryDir> m_dir;
     QList<Message> m_messages;
 
-    static QRect iconRect(frmMain& form)
-    {
-        auto* shell = static_cast<QtSysTrayShell*>(form.ctlSysTrayBalloon1->shell());
-        return shell->trayIcon() ? shell->trayIcon()->geometry() : QRect();
-    }
+    static QRect iconRect(frmMain& form) { return trayIconRect(form.ctlSysTrayBalloon1); }
     static bool iconEmbedded(frmMain& form)
     {
         // Embedded and placed by the tray host (a new icon first sits at 0,0).
         return QTest::qWaitFor(
-            [&] {
-                const QRect r = iconRect(form);
-                return r.width() > 4 && r.topLeft() != QPoint(0, 0);
-            },
+            [&] { return iconRect(form).width() > 4 && iconRect(form).topLeft() != QPoint(); },
             8000);
-    }
-    static void click(const QPoint& p, int button, int repeat = 1)
-    {
-        QVERIFY(
-            xdotool({QStringLiteral("mousemove"), QString::number(p.x()), QString::number(p.y()),
-                     QStringLiteral("click"), QStringLiteral("--repeat"), QString::number(repeat),
-                     QStringLiteral("--delay"), QStringLiteral("80"), QString::number(button)}));
     }
     QString entryPath() const
     {
         return RunEntryLocation(
             QFileInfo(QCoreApplication::applicationFilePath()).completeBaseName());
+    }
+    QByteArray entryText() const
+    {
+        QFile f(entryPath());
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
     }
 
 private slots:
@@ -81,9 +69,8 @@ private slots:
         QVERIFY(form.ctlSysTrayBalloon1->isLoaded());
         QCOMPARE(form.cmdStartStop->text(), QStringLiteral("Stop SysTray"));
         QVERIFY(iconEmbedded(form));
-        QCOMPARE(
-            static_cast<QtSysTrayShell*>(form.ctlSysTrayBalloon1->shell())->trayIcon()->toolTip(),
-            QStringLiteral("Quorvel"));
+        QCOMPARE(trayShell(form.ctlSysTrayBalloon1)->trayIcon()->toolTip(),
+                 QStringLiteral("Quorvel"));
         form.cmdStartStop->click();
         QCOMPARE(form.cmdStartStop->text(), QStringLiteral("Start SysTray"));
         QVERIFY(!form.ctlSysTrayBalloon1->isLoaded());
@@ -109,7 +96,7 @@ private slots:
         frmMain form(freePort());
         QVERIFY(iconEmbedded(form));
         QVERIFY(!form.isVisible());
-        click(iconRect(form).center(), 3);
+        QVERIFY(clickAt(iconRect(form).center(), 3));
         QTRY_VERIFY(form.mnuzMonMenu->isVisible());
         QCOMPARE(form.mnuzMonMenu->defaultAction(), form.mnuSettings);
         const QStringList texts = {form.mnuzMonMenu->actions()[0]->text(),
@@ -117,13 +104,12 @@ private slots:
         QCOMPARE(texts, QStringList({"Settings", "Exit"}));
         QVERIFY(form.mnuzLigne->isSeparator());
         QTest::qWait(300);
-        const QImage shot = screenshot(QStringLiteral("tray_menu"));
-        const QRect area =
-            form.mnuzMonMenu->geometry().united(iconRect(form)).adjusted(-24, -8, 16, 24);
-        QVERIFY(shot.copy(area).save(qEnvironmentVariable("QUORVEL_SCREENSHOTS") +
-                                     QStringLiteral("/tray_menu_crop.png")));
+        QVERIFY(
+            saveCrop(screenshot(QStringLiteral("tray_menu")),
+                     form.mnuzMonMenu->geometry().united(iconRect(form)).adjusted(-24, -8, 16, 24),
+                     QStringLiteral("tray_menu")));
         const QRect item = form.mnuzMonMenu->actionGeometry(form.mnuSettings);
-        click(form.mnuzMonMenu->mapToGlobal(item.center()), 1);
+        QVERIFY(clickAt(form.mnuzMonMenu->mapToGlobal(item.center()), 1));
         QTRY_VERIFY(form.isVisible());
         QTRY_VERIFY(!form.mnuzMonMenu->isVisible());
     }
@@ -136,7 +122,7 @@ private slots:
         form.setWindowState(Qt::WindowMinimized);
         QTRY_VERIFY(!form.isVisible()); // lives on in the tray
         QVERIFY(iconEmbedded(form));
-        click(iconRect(form).center(), 1, 2);
+        QVERIFY(clickAt(iconRect(form).center(), 1, 2));
         QTRY_VERIFY(form.isVisible());
         QVERIFY(!(form.windowState() & Qt::WindowMinimized));
         form.mnuzMonMenu->hide(); // the clicks' MouseUp popped it up too
@@ -168,30 +154,25 @@ private slots:
 
     void startupEntryFollowsTheBox()
     {
+        const QByteArray kept("[Desktop Entry]\nExec=kept-as-is\n");
         QVERIFY(!QFile::exists(entryPath()));
         {
             frmMain form(freePort());
             QVERIFY(!form.ChkRun->isChecked());
-            form.ChkRun->click();
-            QVERIFY(form.ChkRun->isChecked());
-            QVERIFY(QFile::exists(entryPath()));
+            form.ChkRun->click(); // ticking writes the user's entry for this program
             QVERIFY(entryPath().startsWith(m_dir->filePath(QStringLiteral("config/autostart/"))));
-            QFile f(entryPath());
-            QVERIFY(f.open(QIODevice::ReadOnly));
-            QVERIFY(f.readAll().contains(QCoreApplication::applicationDirPath().toUtf8()));
+            QVERIFY(entryText().contains(QCoreApplication::applicationDirPath().toUtf8()));
         }
         {
             // Start-up shows what is there and does not write it again.
             QFile f(entryPath());
             QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-            f.write("[Desktop Entry]\nExec=kept-as-is\n");
+            f.write(kept);
             f.close();
             frmMain form(freePort());
             QVERIFY(form.ChkRun->isChecked());
-            QVERIFY(f.open(QIODevice::ReadOnly));
-            QCOMPARE(f.readAll(), QByteArray("[Desktop Entry]\nExec=kept-as-is\n"));
-            f.close();
-            form.ChkRun->click();
+            QCOMPARE(entryText(), kept);
+            form.ChkRun->click(); // unticking removes it
             QVERIFY(!QFile::exists(entryPath()));
         }
         frmMain form(freePort());

@@ -1,16 +1,11 @@
 // The tray icon in a real notification area: Xvfb with trayer, clicks sent
 // with xdotool, screenshots taken with ImageMagick.
-#include "tray/ctlSysTrayBalloon.h"
-#include "tray/qtsystrayshell.h"
+#include "traytest.h"
 #include "xtray.h"
 
 #include <QApplication>
-#include <QLabel>
 #include <QPushButton>
-#include <QSignalSpy>
-#include <QSystemTrayIcon>
 #include <QTest>
-#include <memory>
 
 namespace
 {
@@ -24,13 +19,6 @@ QWidget* visibleBalloon()
             return w;
     return nullptr;
 }
-
-void clickAt(const QPoint& p, int button, int repeat = 1)
-{
-    QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(p.x()), QString::number(p.y()),
-                     QStringLiteral("click"), QStringLiteral("--repeat"), QString::number(repeat),
-                     QStringLiteral("--delay"), QStringLiteral("80"), QString::number(button)}));
-}
 } // namespace
 
 class TestXtray : public QObject
@@ -38,15 +26,9 @@ class TestXtray : public QObject
     Q_OBJECT
     std::unique_ptr<QLabel> m_std, m_blink;
     std::unique_ptr<ctlSysTrayBalloon> m_tray;
-    QStringList m_events;
+    QStringList m_events; // PgmError included
 
-    QtSysTrayShell* shell() { return static_cast<QtSysTrayShell*>(m_tray->shell()); }
-
-    QRect iconRect()
-    {
-        QSystemTrayIcon* icon = shell()->trayIcon();
-        return icon ? icon->geometry() : QRect();
-    }
+    QRect iconRect() { return trayIconRect(m_tray.get()); }
 
     // Waits until the icon is embedded and drawn in the given colour.
     bool iconShows(QRgb colour, const QString& shot, int timeoutMs = 8000)
@@ -56,53 +38,45 @@ class TestXtray : public QObject
         while (t.elapsed() < timeoutMs) {
             QTest::qWait(200);
             const QRect r = iconRect();
-            if (r.width() < 4)
-                continue;
-            if (countColour(screenshot(shot), r, colour) > 40)
+            if (r.width() >= 4 && countColour(screenshot(shot), r, colour) > 40)
                 return true;
         }
         return false;
     }
 
-    void record()
+    // The events become WANT and nothing follows for a while.
+    bool settled(const QStringList& want, int timeoutMs = 5000)
     {
-        auto* t = m_tray.get();
-        connect(t, &ctlSysTrayBalloon::MouseMove, this, [this] { m_events << "MouseMove"; });
-        connect(t, &ctlSysTrayBalloon::Click, this, [this] { m_events << "Click"; });
-        connect(t, &ctlSysTrayBalloon::DblClick, this,
-                [this](int b) { m_events << QStringLiteral("DblClick(%1)").arg(b); });
-        connect(t, &ctlSysTrayBalloon::MouseDown, this,
-                [this](int b) { m_events << QStringLiteral("MouseDown(%1)").arg(b); });
-        connect(t, &ctlSysTrayBalloon::MouseUp, this,
-                [this](int b) { m_events << QStringLiteral("MouseUp(%1)").arg(b); });
-        connect(t, &ctlSysTrayBalloon::BalloonClosed, this,
-                [this] { m_events << "BalloonClosed"; });
-        connect(t, &ctlSysTrayBalloon::BalloonClicked, this,
-                [this] { m_events << "BalloonClicked"; });
-        connect(t, &ctlSysTrayBalloon::BalloonShow, this, [this] { m_events << "BalloonShow"; });
-        connect(t, &ctlSysTrayBalloon::BalloonTimeOut, this,
-                [this] { m_events << "BalloonTimeOut"; });
-        connect(t, &ctlSysTrayBalloon::PgmError, this,
-                [this](const QString& s, int c, const QString& d) {
-                    m_events << QStringLiteral("PgmError(%1,%2,%3)").arg(s).arg(c).arg(d);
-                });
+        if (!QTest::qWaitFor([&] { return m_events == want; }, timeoutMs))
+            return false;
+        QTest::qWait(300);
+        return m_events == want;
+    }
+
+    // A balloon without timeout, shown and left alone for a moment.
+    QWidget* showBalloon(const QString& text)
+    {
+        m_events.clear();
+        if (!m_tray->BalloonTipShow(QStringLiteral("Quorvel"), text, 0, 0) ||
+            !QTest::qWaitFor([&] { return m_events == QStringList({"BalloonShow"}); }))
+            return nullptr;
+        QTest::qWait(300);
+        return visibleBalloon();
     }
 
 private slots:
     void initTestCase()
     {
         QVERIFY2(QSystemTrayIcon::isSystemTrayAvailable(), "no tray host on the test display");
-        m_std = std::make_unique<QLabel>();
-        m_std->setPixmap(QPixmap(QStringLiteral(":/tray/icons/quorvel.png")));
-        m_blink = std::make_unique<QLabel>();
-        m_blink->setPixmap(QPixmap(QStringLiteral(":/tray/icons/quorvel_blink.png")));
+        m_std = iconLabel(QStringLiteral("quorvel"));
+        m_blink = iconLabel(QStringLiteral("quorvel_blink"));
     }
 
     void init()
     {
         m_events.clear();
         m_tray = std::make_unique<ctlSysTrayBalloon>();
-        record();
+        recordTrayEvents(m_tray.get(), this, m_events);
         m_tray->IconPicture(m_std.get());
         m_tray->setTooltip(QStringLiteral("Quorvel"));
         QVERIFY(m_tray->SysTrayAddIcon());
@@ -117,13 +91,11 @@ private slots:
     void iconIsEmbeddedAndDrawn()
     {
         QVERIFY(iconShows(Standard, QStringLiteral("tray_icon")));
-        QCOMPARE(shell()->trayIcon()->toolTip(), QStringLiteral("Quorvel"));
         // The README's picture: the tray host's corner of the screen.
-        const QImage shot = screenshot(QStringLiteral("tray_icon"));
         const QRect icon = iconRect();
-        const QRect r(icon.right() - 159, 0, 160 + 8, icon.bottom() + 12);
-        QVERIFY(shot.copy(r).save(qEnvironmentVariable("QUORVEL_SCREENSHOTS") +
-                                  QStringLiteral("/tray_icon_crop.png")));
+        QVERIFY(saveCrop(screenshot(QStringLiteral("tray_icon")),
+                         QRect(icon.right() - 159, 0, 160 + 8, icon.bottom() + 12),
+                         QStringLiteral("tray_icon")));
         QVERIFY(m_events.isEmpty());
     }
 
@@ -131,17 +103,17 @@ private slots:
     {
         QVERIFY(iconShows(Standard, QStringLiteral("tray_clicks")));
         const QPoint centre = iconRect().center();
-        clickAt(centre, 1);
-        QTRY_COMPARE(m_events, QStringList({"MouseDown(1)", "Click", "MouseUp(1)"}));
-        m_events.clear();
-        clickAt(centre, 3);
-        QTRY_COMPARE(m_events, QStringList({"MouseDown(2)", "MouseUp(2)"}));
-        m_events.clear();
-        clickAt(centre, 2);
-        QTRY_COMPARE(m_events, QStringList({"MouseDown(4)", "MouseUp(4)"}));
+        const QList<QPair<int, QStringList>> clicks = {{1, {"MouseDown(1)", "Click", "MouseUp(1)"}},
+                                                       {3, {"MouseDown(2)", "MouseUp(2)"}},
+                                                       {2, {"MouseDown(4)", "MouseUp(4)"}}};
+        for (const auto& [button, events] : clicks) {
+            m_events.clear();
+            QVERIFY(clickAt(centre, button));
+            QTRY_COMPARE(m_events, events);
+        }
         m_events.clear();
         QTest::qWait(600); // no double click with the clicks before
-        clickAt(centre, 1, 2);
+        QVERIFY(clickAt(centre, 1, 2));
         QTRY_VERIFY(m_events.contains(QStringLiteral("DblClick(1)")));
         QCOMPARE(m_events.mid(0, 3), QStringList({"MouseDown(1)", "Click", "MouseUp(1)"}));
     }
@@ -153,16 +125,13 @@ private slots:
                                        QStringLiteral("Job File_261122_201500 printed"), 1, 2500));
         QTRY_COMPARE(m_events, QStringList({"BalloonShow"}));
         QVERIFY(visibleBalloon());
-        const QImage shot = screenshot(QStringLiteral("tray_balloon"));
-        const QRect balloon =
-            visibleBalloon()->frameGeometry().united(iconRect()).adjusted(-8, -8, 8, 8);
-        QVERIFY(shot.copy(balloon).save(qEnvironmentVariable("QUORVEL_SCREENSHOTS") +
-                                        QStringLiteral("/tray_balloon_crop.png")));
+        QVERIFY(
+            saveCrop(screenshot(QStringLiteral("tray_balloon")),
+                     visibleBalloon()->frameGeometry().united(iconRect()).adjusted(-8, -8, 8, 8),
+                     QStringLiteral("tray_balloon")));
         // The control's own timer closes it (the shell would keep it 10 s).
-        QTRY_COMPARE_WITH_TIMEOUT(m_events, QStringList({"BalloonShow", "BalloonTimeOut"}), 8000);
-        QTRY_VERIFY(!visibleBalloon());
-        QTest::qWait(300);
-        QCOMPARE(m_events, QStringList({"BalloonShow", "BalloonTimeOut"}));
+        QTRY_VERIFY_WITH_TIMEOUT(!visibleBalloon(), 8000);
+        QVERIFY2(settled({"BalloonShow", "BalloonTimeOut"}), qPrintable(m_events.join(u',')));
     }
 
     void balloonCloseFindsItByItsText()
@@ -178,41 +147,27 @@ private slots:
         m_tray->BalloonTipClose();
         QCOMPARE(m_events, QStringList({"BalloonShow", "BalloonTimeOut"}));
         QTRY_VERIFY(!visibleBalloon());
-        QTest::qWait(300);
-        QCOMPARE(m_events.size(), 2);
+        QVERIFY2(settled({"BalloonShow", "BalloonTimeOut"}), qPrintable(m_events.join(u',')));
     }
 
     void userClicksOnTheBalloon()
     {
         QVERIFY(iconShows(Standard, QStringLiteral("tray_balloon_click")));
-        QVERIFY(
-            m_tray->BalloonTipShow(QStringLiteral("Quorvel"), QStringLiteral("Click me"), 0, 0));
-        QTRY_COMPARE(m_events, QStringList({"BalloonShow"}));
-        QWidget* balloon = visibleBalloon();
-        QVERIFY(balloon);
-        QTest::qWait(300);
         // On its text: a user click.
+        QWidget* balloon = showBalloon(QStringLiteral("Click me"));
+        QVERIFY(balloon);
         const QRect g = balloon->frameGeometry();
-        clickAt(QPoint(g.left() + 30, g.bottom() - 12), 1);
-        QTRY_COMPARE(m_events, QStringList({"BalloonShow", "BalloonClicked"}));
+        QVERIFY(clickAt(QPoint(g.left() + 30, g.bottom() - 12), 1));
         QTRY_VERIFY(!visibleBalloon());
-        QTest::qWait(300);
-        QCOMPARE(m_events, QStringList({"BalloonShow", "BalloonClicked"}));
+        QVERIFY2(settled({"BalloonShow", "BalloonClicked"}), qPrintable(m_events.join(u',')));
 
         // On its close button: closed.
-        m_events.clear();
-        QVERIFY(
-            m_tray->BalloonTipShow(QStringLiteral("Quorvel"), QStringLiteral("Close me"), 0, 0));
-        QTRY_COMPARE(m_events, QStringList({"BalloonShow"}));
-        balloon = visibleBalloon();
+        balloon = showBalloon(QStringLiteral("Close me"));
         QVERIFY(balloon);
-        QTest::qWait(300);
         auto* button = balloon->findChild<QPushButton*>();
         QVERIFY(button);
-        clickAt(button->mapToGlobal(button->rect().center()), 1);
-        QTRY_COMPARE(m_events, QStringList({"BalloonShow", "BalloonClosed"}));
-        QTest::qWait(300);
-        QCOMPARE(m_events, QStringList({"BalloonShow", "BalloonClosed"}));
+        QVERIFY(clickAt(button->mapToGlobal(button->rect().center()), 1));
+        QVERIFY2(settled({"BalloonShow", "BalloonClosed"}), qPrintable(m_events.join(u',')));
     }
 
     void blinkingAlternatesTheIcons()
@@ -251,7 +206,7 @@ private slots:
         QTRY_VERIFY(!QSystemTrayIcon::isSystemTrayAvailable());
         init(); // added while there is no notification area
         QVERIFY(m_tray->isLoaded());
-        QVERIFY(!shell()->trayIcon());
+        QVERIFY(!trayShell(m_tray.get())->trayIcon());
         QVERIFY(xtrayCommand(QStringLiteral("start-trayer")));
         QVERIFY(iconShows(Standard, QStringLiteral("tray_late_host"), 10000));
         QVERIFY(m_events.isEmpty());
