@@ -89,6 +89,7 @@ public:
 
     // --- printer list and tools (frmMain_printers.cpp) ---
     void PopulateListControlWithPrinters(QListWidget* ListControl);
+    QString List2Text() const; // the chosen printer's name, as the list shows it
     void List2_MouseUp();
     void List2_KeyUp();
     void FG2_RowColChange();

@@ -49,12 +49,6 @@ void wipeUntilDone(const QString& path)
         DoEvents();
     }
 }
-
-QString listText(const QListWidget* list)
-{
-    const QListWidgetItem* item = list->currentItem();
-    return item ? item->text() : QString();
-}
 } // namespace
 
 void frmMain::Command1_Click()
@@ -84,7 +78,7 @@ void frmMain::Command1_Click()
 
     if (Option3->isChecked()) {
         const QString previous = CurrentPrinter::DeviceName();
-        SelectPrinterByName(listText(List2));
+        SelectPrinterByName(List2Text());
         DoWait4FilePS2PDFCreated(output);
         PrintTiff(output);
         SelectPrinterByName(previous);

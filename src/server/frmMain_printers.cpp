@@ -46,12 +46,6 @@ private:
     std::function<void()> m_handler;
 };
 
-QString listText(const QListWidget* list)
-{
-    const QListWidgetItem* item = list->currentItem();
-    return item ? item->text() : QString();
-}
-
 // Selects the item showing this text, as a list box does when its text is set.
 void setListText(QListWidget* list, const QString& text)
 {
@@ -90,6 +84,12 @@ QTableWidgetItem* cell(QTableWidget* grid, int row, int column)
     return item;
 }
 } // namespace
+
+QString frmMain::List2Text() const
+{
+    const QListWidgetItem* item = List2->currentItem();
+    return item ? item->text() : QString();
+}
 
 void frmMain::connectPrinterList()
 {
@@ -180,7 +180,7 @@ void frmMain::FG2_RowColChange()
 
 void frmMain::List2_MouseUp()
 {
-    SettingsStore::put(QStringLiteral("Name"), listText(List2));
+    SettingsStore::put(QStringLiteral("Name"), List2Text());
 }
 
 void frmMain::List2_KeyUp()
@@ -222,12 +222,12 @@ void frmMain::Command3_Click()
 
 void frmMain::Command4_Click()
 {
-    PrinterTools::showProperties(listText(List2));
+    PrinterTools::showProperties(List2Text());
 }
 
 void frmMain::Command8_Click()
 {
-    PrinterTools::showQueue(listText(List2));
+    PrinterTools::showQueue(List2Text());
 }
 
 void frmMain::Command7_Click()
