@@ -2,12 +2,12 @@
 
 // The Apache share of the webdav fixture, and a ThinDavApi run to its end.
 #include "cloud/thindavapi.h"
+#include "freeport.h"
 #include "testsupport.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QTest>
 #include <functional>
 
@@ -89,14 +89,31 @@ private:
     ThinDavApi& m_api;
 };
 
-// A port on 127.0.0.1 where nothing listens.
-inline quint16 closedPort()
+// A ThinDavApi with the log of its Completes.
+struct DavClient : ThinDavApi {
+    explicit DavClient(const QString& url, const QString& user = {}, const QString& pw = {})
+    {
+        setBaseUrl(url);
+        User = user;
+        PW = pw;
+    }
+    explicit DavClient(const DavShare& s) : DavClient(s.url, s.user, s.password) {}
+    const Completion& last() const { return log.last(); }
+    CompletionLog log{*this};
+};
+
+// Starts a request of client c and waits for its Complete (and checks its status).
+#define DAV_RUN(c, call) QVERIFY((c).log.run([&] { (c).call; }))
+#define DAV_EXPECT(c, call, code)                                                                  \
+    do {                                                                                           \
+        DAV_RUN(c, call);                                                                          \
+        QCOMPARE((c).last().status, code);                                                         \
+    } while (false)
+
+// A URL on 127.0.0.1 where nothing listens.
+inline QString closedUrl()
 {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    const quint16 port = probe.serverPort();
-    probe.close();
-    return port;
+    return QStringLiteral("http://127.0.0.1:%1/dav/").arg(freePort());
 }
 
 inline QString uniqueName(const char* prefix)
