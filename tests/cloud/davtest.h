@@ -2,6 +2,7 @@
 
 // The Apache share of the webdav fixture, and a ThinDavApi run to its end.
 #include "cloud/thindavapi.h"
+#include "common/msgbox.h"
 #include "freeport.h"
 #include "testsupport.h"
 
@@ -37,42 +38,32 @@ struct DavShare {
 
 // What Complete saw while it ran.
 struct Completion {
-    int request = -1;
-    int status = 0;
+    int request, status;
     QString statusText;
     QList<DirEntry> entries;
     QByteArray bytes;
     QString text;
-    qint32 length = 0;
+    qint32 length;
     DavCollection headers;
     QString xml;
     QVariant tag;
-    bool aborted = false;
-    int readyState = -1;
+    bool aborted;
+    int readyState;
 };
 
-class CompletionLog : public QObject
-{
-public:
-    explicit CompletionLog(ThinDavApi& api) : m_api(api)
+// A ThinDavApi that keeps what each Complete saw.
+struct DavClient : ThinDavApi {
+    explicit DavClient(const QString& url, const QString& user = {}, const QString& pw = {})
     {
-        connect(&api, &ThinDavApi::Complete, this, [this](int request) {
-            Completion c;
-            c.request = request;
-            c.status = m_api.Status();
-            c.statusText = m_api.StatusText();
-            c.entries = m_api.DirEntries();
-            c.bytes = m_api.FileBytes();
-            c.text = m_api.FileText();
-            c.length = m_api.Length();
-            c.headers = m_api.RespHeaders();
-            c.xml = m_api.XML();
-            c.tag = m_api.Tag();
-            c.aborted = m_api.Aborted();
-            c.readyState = m_api.ReadyState();
-            all.append(c);
+        setBaseUrl(url);
+        User = user;
+        PW = pw;
+        connect(this, &ThinDavApi::Complete, this, [this](int request) {
+            all.append({request, Status(), StatusText(), DirEntries(), FileBytes(), FileText(),
+                        Length(), RespHeaders(), XML(), Tag(), Aborted(), ReadyState()});
         });
     }
+    explicit DavClient(const DavShare& s) : DavClient(s.url, s.user, s.password) {}
     // Starts a request and waits (bounded) for its Complete.
     bool run(const std::function<void()>& start)
     {
@@ -84,26 +75,26 @@ public:
     }
     const Completion& last() const { return all.last(); }
     QList<Completion> all;
-
-private:
-    ThinDavApi& m_api;
 };
 
-// A ThinDavApi with the log of its Completes.
-struct DavClient : ThinDavApi {
-    explicit DavClient(const QString& url, const QString& user = {}, const QString& pw = {})
+// The message boxes shown (recorded, not shown) while it lives.
+struct ShownMessages : QList<Message> {
+    ShownMessages()
     {
-        setBaseUrl(url);
-        User = user;
-        PW = pw;
+        setMsgRecorder([this](const Message& m) { append(m); });
     }
-    explicit DavClient(const DavShare& s) : DavClient(s.url, s.user, s.password) {}
-    const Completion& last() const { return log.last(); }
-    CompletionLog log{*this};
+    ~ShownMessages() { setMsgRecorder({}); }
+    QStringList texts() const
+    {
+        QStringList t;
+        for (const Message& m : *this)
+            t << m.text;
+        return t;
+    }
 };
 
 // Starts a request of client c and waits for its Complete (and checks its status).
-#define DAV_RUN(c, call) QVERIFY((c).log.run([&] { (c).call; }))
+#define DAV_RUN(c, call) QVERIFY((c).run([&] { (c).call; }))
 #define DAV_EXPECT(c, call, code)                                                                  \
     do {                                                                                           \
         DAV_RUN(c, call);                                                                          \

@@ -1,7 +1,6 @@
 // ThinDavApi against a real Apache mod_dav share, a closed port and a raw
 // HTTP server on 127.0.0.1.
 #include "cloud/thindavapi.h"
-#include "common/msgbox.h"
 #include "davtest.h"
 #include "rawhttp.h"
 
@@ -13,7 +12,7 @@ class TestThinDavApi : public QObject
     Q_OBJECT
     DavShare share;
     QString folder; // this run's own collection on the share
-    QList<Message> messages;
+    ShownMessages messages;
 
     bool onShare(const QString& path) const { return QFileInfo::exists(share.root + u'/' + path); }
 
@@ -24,12 +23,7 @@ private slots:
         QVERIFY2(share.ok, "the webdav fixture is not running");
         folder = uniqueName("api");
     }
-    void init()
-    {
-        messages.clear();
-        setMsgRecorder([this](const Message& m) { messages.append(m); });
-    }
-    void cleanup() { setMsgRecorder({}); }
+    void init() { messages.clear(); }
 
     void requestUrls()
     {
@@ -219,7 +213,7 @@ private slots:
         QCOMPARE(api.last().statusText, QStringLiteral("Bad Request"));
 
         // The PUTs answer 405 and raise no Complete; PutFileText still tells the user.
-        const qsizetype before = api.log.all.size();
+        const qsizetype before = api.all.size();
         api.PutFileText(QStringLiteral("f.ps"), QStringLiteral("x"), QStringLiteral("text/plain"));
         QCOMPARE(messages.size(), 1);
         QTRY_COMPARE(api.ReadyState(), 4);
@@ -232,7 +226,7 @@ private slots:
         QCOMPARE(messages.size(), 1);
         // Only the requests that answer raise Complete.
         DAV_RUN(api, Delete(QStringLiteral("f.ps")));
-        QCOMPARE(api.log.all.size(), before + 1);
+        QCOMPARE(api.all.size(), before + 1);
         QCOMPARE(api.last().request, int(ThinDavApi::rqDelete));
     }
 
@@ -242,7 +236,7 @@ private slots:
         api.GetDir(QString(), true, QStringLiteral("first"));
         QCOMPARE(api.ReadyState(), 1);
         api.AbortRequest(QStringLiteral("stop"));
-        QCOMPARE(api.log.all.size(), 1);
+        QCOMPARE(api.all.size(), 1);
         QVERIFY(api.last().aborted);
         QCOMPARE(api.last().request, int(ThinDavApi::rqGetDir));
         QCOMPARE(api.last().tag.toString(), QStringLiteral("stop"));
@@ -254,7 +248,7 @@ private slots:
         api.GetFileText(QStringLiteral("nowhere.ps"));
         QVERIFY(!api.Aborted());
         DAV_RUN(api, GetOptions(QStringLiteral("second")));
-        QCOMPARE(api.log.all.size(), 2);
+        QCOMPARE(api.all.size(), 2);
         QCOMPARE(api.last().request, int(ThinDavApi::rqGetOptions));
         QCOMPARE(api.last().tag.toString(), QStringLiteral("second"));
         QVERIFY(!api.last().aborted);

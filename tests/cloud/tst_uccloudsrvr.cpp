@@ -3,7 +3,6 @@
 #include "cloud/cloudshare.h"
 #include "cloud/uccloudsrvr.h"
 #include "common/log.h"
-#include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
 #include "davtest.h"
@@ -47,7 +46,7 @@ class TestUcCloudSrvr : public QObject
     Q_OBJECT
     DavShare share;
     QString user; // a user id on the share, lower case
-    QList<Message> messages;
+    ShownMessages messages;
 
     // Prepares the share as its owner would, through the client itself.
     void makeCollections(const QStringList& paths)
@@ -67,13 +66,6 @@ class TestUcCloudSrvr : public QObject
             QTest::qWait(10);
         return spy.count() == requests && uc.Dav()->ReadyState() == 4;
     }
-    QStringList texts() const
-    {
-        QStringList t;
-        for (const Message& m : messages)
-            t << m.text;
-        return t;
-    }
     QString stored(const QString& path) const
     {
         QFile f(share.root + "/CloudPrint/" + user + u'/' + path);
@@ -92,12 +84,7 @@ private slots:
         SettingsStore::put(CloudShare::kBaseUrlKey, share.url);
         makeCollections({"CloudPrint", "CloudPrint/" + user, "CloudPrint/" + user + "/srv1"});
     }
-    void init()
-    {
-        messages.clear();
-        setMsgRecorder([this](const Message& m) { messages.append(m); });
-    }
-    void cleanup() { setMsgRecorder({}); }
+    void init() { messages.clear(); }
 
     void builtInAccountUnlessSet()
     {
@@ -156,7 +143,7 @@ private slots:
             QCOMPARE(uc.txtDirectory->text(), QStringLiteral("CloudPrint"));
         }));
         QCOMPARE(uc.events, QStringList({"ValidateUser:true"}));
-        QCOMPARE(texts(), QStringList({"User Id Found..." + user}));
+        QCOMPARE(messages.texts(), QStringList({"User Id Found..." + user}));
         QCOMPARE(messages[0].icon, MsgIcon::None);
         QCOMPARE(uc.Stage(), QStringLiteral("RootServer"));
         QCOMPARE(uc.txtDirectory->text(), "CloudPrint\\" + user);
@@ -189,18 +176,8 @@ private slots:
         messages.clear();
         QVERIFY(settle(uc, 3, [&] { uc.UcFindServerInfo(); }));
         QVERIFY(uc.logEnds("Requesting MKCOL\r\n405 Method Not Allowed\r\nFailed\r\n\r\n"));
-        QCOMPARE(texts(), QStringList({"User Id Found..." + user}));
+        QCOMPARE(messages.texts(), QStringList({"User Id Found..." + user}));
         QCOMPARE(uc.events, QStringList({"ValidateUser:true", "ValidateUser:true"}));
-        QVERIFY(uc.idle());
-    }
-
-    void findServerUnknownUser()
-    {
-        Uc uc(" Nobody" + user, QStringLiteral("srv1"));
-        QVERIFY(settle(uc, 1, [&] { uc.UcFindServerInfo(); }));
-        QCOMPARE(texts(), QStringList({"User Id Not Found...nobody" + user}));
-        QCOMPARE(uc.events, QStringList({"ValidateUser:false"}));
-        QVERIFY(!QFileInfo::exists(share.root + "/CloudPrint/nobody" + user));
         QVERIFY(uc.idle());
     }
 
@@ -234,7 +211,7 @@ private slots:
         uc.events.clear();
         uc.setUcCloudUserId(QStringLiteral("ghost"));
         QVERIFY(settle(uc, 1, [&] { uc.UcFindClientInfo(); }));
-        QCOMPARE(texts(), QStringList({"User Id Not Found...ghost"}));
+        QCOMPARE(messages.texts(), QStringList({"User Id Not Found...ghost"}));
         QCOMPARE(uc.events, QStringList({"ClientInfoReturn:ghost|"}));
     }
 
@@ -244,7 +221,7 @@ private slots:
         const QString dir = "CloudPrint\\" + user + "\\srv1";
         const QString job = QStringLiteral("%!PS-Adobe-3.0\r\n(first) show showpage\r\n");
         QVERIFY(settle(uc, 2, [&] { uc.UcUploadToCloudFile(dir, QStringLiteral("File_1"), job); }));
-        QCOMPARE(texts(), QStringList({ThinDavApi::UploadMessage()}));
+        QCOMPARE(messages.texts(), QStringList({ThinDavApi::UploadMessage()}));
         QCOMPARE(stored("srv1/File_1.ps"), job);
         QVERIFY(
             uc.logEnds("Requesting HEAD\r\n404 Not Found\r\nRequesting PUT\r\n201 Created\r\n"));
@@ -254,7 +231,7 @@ private slots:
         messages.clear();
         QVERIFY(
             settle(uc, 1, [&] { uc.UcUploadToCloudFile(dir, QStringLiteral("File_1"), "other"); }));
-        QCOMPARE(texts(), QStringList({"Run-time error '424': Object required"}));
+        QCOMPARE(messages.texts(), QStringList({"Run-time error '424': Object required"}));
         QCOMPARE(messages[0].icon, MsgIcon::Critical);
         QVERIFY(uc.logEnds("Requesting HEAD\r\n200 OK\r\nFailed, already exists\r\n\r\n"));
         QCOMPARE(stored("srv1/File_1.ps"), job);
@@ -268,8 +245,8 @@ private slots:
         QVERIFY(settle(uc, 2, [&] {
             uc.UcUploadToCloudFile("CloudPrint\\" + user + "\\nofolder", "job", "x");
         }));
-        QCOMPARE(texts(), QStringList({ThinDavApi::UploadMessage(),
-                                       "Make file job.ps\r\n\r\nfailed\r\n\r\nConflict"}));
+        QCOMPARE(messages.texts(), QStringList({ThinDavApi::UploadMessage(),
+                                                "Make file job.ps\r\n\r\nfailed\r\n\r\nConflict"}));
         QCOMPARE(messages[1].icon, MsgIcon::Exclamation);
         QVERIFY(uc.logEnds("409 Conflict\r\nFailed\r\n\r\n"));
     }
@@ -321,37 +298,60 @@ private slots:
         Uc uc(user, QStringLiteral("srv1"));
         QVERIFY(settle(uc, 1, [&] { uc.UcCheckDownloadList(QStringLiteral("gone.ps")); }));
         QVERIFY(uc.events.isEmpty());
-        QCOMPARE(texts(), QStringList({"Open file gone.ps\r\n\r\nfailed\r\n\r\nNot Found"}));
+        QCOMPARE(messages.texts(),
+                 QStringList({"Open file gone.ps\r\n\r\nfailed\r\n\r\nNot Found"}));
         QCOMPARE(messages[0].icon, MsgIcon::Exclamation);
         QVERIFY(uc.logEnds("404 Not Found\r\nFailed\r\n\r\n"));
     }
 
-    void wrongPassword()
+    // The user is not found: unknown on the share, refused (401), or no answer at all.
+    void userNotFound_data()
     {
-        SettingsStore::put(CloudShare::kPasswordKey, QStringLiteral("wrong"));
-        Uc uc(user);
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("url");      // empty: the share's
+        QTest::addColumn<QString>("password"); // empty: the right one
+        QTest::addColumn<QString>("logTail");
+        QTest::newRow("unknown") << " Nobody" + user << ""
+                                 << ""
+                                 << "";
+        QTest::newRow("wrong password") << user << ""
+                                        << "wrong"
+                                        << "401 Unauthorized\r\n";
+        QTest::newRow("server stopped") << user << closedUrl() << ""
+                                        << "1 Connection refused\r\n";
+    }
+    void userNotFound()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, url);
+        QFETCH(QString, password);
+        QFETCH(QString, logTail);
+        SettingsStore::put(CloudShare::kPasswordKey,
+                           password.isEmpty() ? share.password : password);
+        Uc uc(typed, QStringLiteral("srv1"));
         SettingsStore::put(CloudShare::kPasswordKey, share.password);
+        if (!url.isEmpty())
+            uc.Dav()->setBaseUrl(url);
         QVERIFY(settle(uc, 1, [&] { uc.UcFindServerInfo(); }));
-        QVERIFY(uc.logEnds("401 Unauthorized\r\n"));
-        QCOMPARE(texts(), QStringList({"User Id Not Found..." + user}));
+        QVERIFY(uc.logEnds(logTail));
+        QCOMPARE(messages.texts(),
+                 QStringList({"User Id Not Found..." + typed.trimmed().toLower()}));
         QCOMPARE(uc.events, QStringList({"ValidateUser:false"}));
+        QVERIFY(!QFileInfo::exists(share.root + "/CloudPrint/nobody" + user));
+        QVERIFY(uc.idle());
     }
 
     void serverStopped()
     {
         Uc uc(user, QStringLiteral("srv1"));
         uc.Dav()->setBaseUrl(closedUrl());
-        QVERIFY(settle(uc, 1, [&] { uc.UcFindServerInfo(); }));
-        QCOMPARE(uc.events, QStringList({"ValidateUser:false"}));
-        QCOMPARE(texts(), QStringList({"User Id Not Found..." + user}));
-        QVERIFY(uc.logEnds("1 Connection refused\r\n"));
-
         QVERIFY(settle(uc, 1, [&] { uc.UcCheckCloudList(); }));
-        QCOMPARE(uc.events.last(), QStringLiteral("ServerInfoReturn:"));
+        QCOMPARE(uc.events, QStringList({"ServerInfoReturn:"}));
 
         messages.clear();
         QVERIFY(settle(uc, 1, [&] { uc.UcCheckDownloadList(QStringLiteral("f.ps")); }));
-        QCOMPARE(texts(), QStringList({"Open file f.ps\r\n\r\nfailed\r\n\r\nConnection refused"}));
+        QCOMPARE(messages.texts(),
+                 QStringList({"Open file f.ps\r\n\r\nfailed\r\n\r\nConnection refused"}));
 
         // HEAD fails, so the PUT goes out; it fails without Complete and the
         // control stays busy.
@@ -359,7 +359,7 @@ private slots:
         QSignalSpy spy(uc.Dav(), &ThinDavApi::Complete);
         uc.UcUploadToCloudFile(QStringLiteral("CloudPrint\\x\\y"), QStringLiteral("job"), "data");
         QTRY_COMPARE(spy.count(), 1);
-        QCOMPARE(texts(), QStringList({ThinDavApi::UploadMessage()}));
+        QCOMPARE(messages.texts(), QStringList({ThinDavApi::UploadMessage()}));
         QTRY_COMPARE(uc.Dav()->ReadyState(), 4);
         QCOMPARE(uc.Dav()->Request(), int(ThinDavApi::rqPutFileText));
         QCOMPARE(uc.Dav()->Status(), 405);
