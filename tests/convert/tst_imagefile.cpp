@@ -1,15 +1,15 @@
 // The image object on the TIFF files that Ghostscript really writes: the
 // 1-bit LZW pages of printing and grayscale images, the 4-bit-per-sample
 // RGB pages of colour images.
-#include "common/runtimeerror.h"
 #include "convert/imagefile.h"
-#include "gspages.h"
+#include "converttest.h"
 
+#include <QTemporaryDir>
 #include <QTest>
 
 namespace
 {
-// Letter at 600 dpi. Page marks of genps.sh, in pixels from the top-left:
+// Letter at 600 dpi. Page marks of psjob.h, in pixels from the top-left:
 // the title baseline at 720 pt, the rule at 240 pt, red / green / blue
 // fills between 72 and 172 pt.
 constexpr int kWidth = 5100, kHeight = 6600;
@@ -21,6 +21,7 @@ int fromTop(double pt)
 {
     return kHeight - px(pt);
 }
+const QRect kTitle(px(72), fromTop(744), px(200), px(24));
 
 int darkPixels(const QImage& img, const QRect& r)
 {
@@ -30,22 +31,6 @@ int darkPixels(const QImage& img, const QRect& r)
             n += qGray(img.pixel(x, y)) < 128;
     return n;
 }
-
-int raisedErrorOf(auto&& body)
-{
-    try {
-        body();
-    } catch (const RuntimeError& e) {
-        return e.number();
-    }
-    return 0;
-}
-
-bool near(QRgb a, QRgb b)
-{
-    return qAbs(qRed(a) - qRed(b)) < 40 && qAbs(qGreen(a) - qGreen(b)) < 40 &&
-           qAbs(qBlue(a) - qBlue(b)) < 40;
-}
 } // namespace
 
 class TestImageFile : public QObject
@@ -54,35 +39,42 @@ class TestImageFile : public QObject
     QTemporaryDir m_dir;
     QString m_mono1, m_mono3, m_colour1, m_colour3;
 
+    // Loads path and checks the frame count and every frame's size.
+    void load(ImageFile& image, const QString& path, int frames)
+    {
+        QVERIFY2(image.LoadFile(path), qPrintable(image.lastError()));
+        QCOMPARE(image.FrameCount(), frames);
+        for (int f = frames; f >= 1; --f) {
+            image.setActiveFrame(f);
+            QCOMPARE(image.ActiveFrame(), f);
+            QCOMPARE(image.Width(), kWidth);
+            QCOMPARE(image.Height(), kHeight);
+            QCOMPARE(image.Picture().size(), QSize(kWidth, kHeight));
+        }
+    }
+
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
         QString error;
-        m_mono1 = gspages::render(m_dir.path(), 1, QStringLiteral("tifflzw"), &error);
-        QVERIFY2(!m_mono1.isEmpty(), qPrintable(error));
-        m_mono3 = gspages::render(m_dir.path(), 3, QStringLiteral("tifflzw"), &error);
-        QVERIFY2(!m_mono3.isEmpty(), qPrintable(error));
-        m_colour1 = gspages::render(m_dir.path(), 1, QStringLiteral("tiff12nc"), &error);
-        QVERIFY2(!m_colour1.isEmpty(), qPrintable(error));
-        m_colour3 = gspages::render(m_dir.path(), 3, QStringLiteral("tiff12nc"), &error);
-        QVERIFY2(!m_colour3.isEmpty(), qPrintable(error));
+        for (auto [path, pages, device] : {std::tuple{&m_mono1, 1, "tifflzw"},
+                                           {&m_mono3, 3, "tifflzw"},
+                                           {&m_colour1, 1, "tiff12nc"},
+                                           {&m_colour3, 3, "tiff12nc"}}) {
+            *path = renderPages(m_dir.path(), pages, QLatin1String(device), &error);
+            QVERIFY2(!path->isEmpty(), qPrintable(error));
+        }
     }
 
     void monoPageStaysOneBit()
     {
         ImageFile image;
-        QVERIFY2(image.LoadFile(m_mono1), qPrintable(image.lastError()));
-        QCOMPARE(image.FrameCount(), 1);
-        QCOMPARE(image.ActiveFrame(), 1);
-        QCOMPARE(image.Width(), kWidth);
-        QCOMPARE(image.Height(), kHeight);
+        load(image, m_mono1, 1);
         const QImage page = image.Picture();
         QCOMPARE(page.format(), QImage::Format_Mono);
-        QCOMPARE(page.size(), QSize(kWidth, kHeight));
         // White margin, black title and rule where the job put them.
         QCOMPARE(darkPixels(page, QRect(0, 0, 400, 400)), 0);
-        QVERIFY(darkPixels(page, QRect(px(72), fromTop(744), px(200), px(24))) > 5000);
+        QVERIFY(darkPixels(page, kTitle) > 5000);
         QCOMPARE(qGray(page.pixel(px(300), fromTop(240))), 0);
         QCOMPARE(qGray(page.pixel(px(560), fromTop(240))), 255); // right of the rule
     }
@@ -90,16 +82,11 @@ private slots:
     void monoMultiPageHasEveryFrame()
     {
         ImageFile image;
-        QVERIFY2(image.LoadFile(m_mono3), qPrintable(image.lastError()));
-        QCOMPARE(image.FrameCount(), 3);
+        load(image, m_mono3, 3);
         QList<QImage> pages;
         for (int f = 1; f <= 3; ++f) {
             image.setActiveFrame(f);
-            QCOMPARE(image.ActiveFrame(), f);
-            QCOMPARE(image.Width(), kWidth);
-            QCOMPARE(image.Height(), kHeight);
             pages.append(image.Picture());
-            QCOMPARE(pages.last().size(), QSize(kWidth, kHeight));
         }
         // "Test page N of 3": the titles differ, the body does not.
         const QRect title(px(72), fromTop(744), px(250), px(30));
@@ -107,38 +94,27 @@ private slots:
         QVERIFY(pages[1].copy(title) != pages[2].copy(title));
         const QRect rule(px(72), fromTop(250), px(400), px(20));
         QCOMPARE(pages[0].copy(rule), pages[2].copy(rule));
+        // Frames outside the file are errors and change nothing.
+        QCOMPARE(raisedErrorOf([&] { image.setActiveFrame(0); }), rt::SubscriptOutOfRange);
+        QCOMPARE(raisedErrorOf([&] { image.setActiveFrame(4); }), rt::SubscriptOutOfRange);
+        QCOMPARE(image.ActiveFrame(), 3);
     }
 
     void colourPagesAreReadByScanline()
     {
+        ImageFile single;
+        load(single, m_colour1, 1);
+        QCOMPARE(single.Picture().format(), QImage::Format_RGB888);
         ImageFile image;
-        QVERIFY2(image.LoadFile(m_colour3), qPrintable(image.lastError()));
-        QCOMPARE(image.FrameCount(), 3);
+        load(image, m_colour3, 3);
         image.setActiveFrame(2);
-        QCOMPARE(image.Width(), kWidth);
-        QCOMPARE(image.Height(), kHeight);
         const QImage page = image.Picture();
         QCOMPARE(page.format(), QImage::Format_RGB888);
-        QCOMPARE(page.size(), QSize(kWidth, kHeight));
         QCOMPARE(page.pixel(10, 10), qRgb(255, 255, 255));
-        QVERIFY(near(page.pixel(px(140), fromTop(120)), qRgb(255, 0, 0)));
-        QVERIFY(near(page.pixel(px(320), fromTop(120)), qRgb(0, 153, 0)));
-        QVERIFY(near(page.pixel(px(480), fromTop(120)), qRgb(0, 0, 255)));
-        QVERIFY(darkPixels(page, QRect(px(72), fromTop(744), px(200), px(24))) > 5000);
-
-        ImageFile single;
-        QVERIFY(single.LoadFile(m_colour1));
-        QCOMPARE(single.FrameCount(), 1);
-        QCOMPARE(single.Picture().format(), QImage::Format_RGB888);
-    }
-
-    void framesOutsideTheFileAreErrors()
-    {
-        ImageFile image;
-        QVERIFY(image.LoadFile(m_mono3));
-        QCOMPARE(raisedErrorOf([&] { image.setActiveFrame(0); }), rt::SubscriptOutOfRange);
-        QCOMPARE(raisedErrorOf([&] { image.setActiveFrame(4); }), rt::SubscriptOutOfRange);
-        QCOMPARE(image.ActiveFrame(), 1);
+        QVERIFY(near(page.pixel(px(140), fromTop(120)), qRgb(255, 0, 0), 39));
+        QVERIFY(near(page.pixel(px(320), fromTop(120)), qRgb(0, 153, 0), 39));
+        QVERIFY(near(page.pixel(px(480), fromTop(120)), qRgb(0, 0, 255), 39));
+        QVERIFY(darkPixels(page, kTitle) > 5000);
     }
 
     void incompleteOrForeignFilesDoNotLoad()
@@ -154,7 +130,6 @@ private slots:
         garbage.close();
         QVERIFY(!image.LoadFile(garbage.fileName()));
         QVERIFY(!image.lastError().isEmpty());
-
         QFile::resize(garbage.fileName(), 0);
         QVERIFY(!image.LoadFile(garbage.fileName()));
 
@@ -173,8 +148,7 @@ private slots:
         }
 
         // The same object loads a good file afterwards.
-        QVERIFY(image.LoadFile(m_mono1));
-        QCOMPARE(image.FrameCount(), 1);
+        load(image, m_mono1, 1);
         QVERIFY(image.lastError().isEmpty());
     }
 };

@@ -8,46 +8,26 @@ class TestPrinterPaths : public QObject
 {
     Q_OBJECT
 private slots:
-    void pathOfFile_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("separator");
-        QTest::addColumn<QString>("folder");
-        QTest::newRow("windows path") << "C:\\Quorvel\\ImagesPdfExport\\File_1.tif"
-                                      << "\\"
-                                      << "C:\\Quorvel\\ImagesPdfExport\\";
-        QTest::newRow("bare name") << "File_1.tif"
-                                   << "\\"
-                                   << "";
-        QTest::newRow("empty") << ""
-                               << "\\"
-                               << "";
-        QTest::newRow("at the start") << "\\File_1.tif"
-                                      << "\\"
-                                      << "\\";
-        QTest::newRow("folder only") << "C:\\Jobs\\"
-                                     << "\\"
-                                     << "C:\\Jobs\\";
-        QTest::newRow("slash is no separator there") << "C:/a/b.tif"
-                                                     << "\\"
-                                                     << "";
-        QTest::newRow("linux path") << "/opt/quorvel/ImagesPdfExport/File_1.tif"
-                                    << "/"
-                                    << "/opt/quorvel/ImagesPdfExport/";
-        QTest::newRow("linux bare") << "File_1.tif"
-                                    << "/"
-                                    << "";
-    }
     void pathOfFile()
     {
-        QFETCH(QString, path);
-        QFETCH(QString, separator);
-        QFETCH(QString, folder);
-        QCOMPARE(::pathOfFile(path, separator.at(0)), folder);
-    }
-
-    void pathOfFileUsesThePlatformSeparator()
-    {
+        const struct {
+            const char* path;
+            char separator;
+            const char* folder;
+        } cases[] = {
+            {"C:\\Quorvel\\ImagesPdfExport\\File_1.tif", '\\', "C:\\Quorvel\\ImagesPdfExport\\"},
+            {"File_1.tif", '\\', ""},
+            {"", '\\', ""},
+            {"\\File_1.tif", '\\', "\\"},
+            {"C:\\Jobs\\", '\\', "C:\\Jobs\\"},
+            {"C:/a/b.tif", '\\', ""}, // a slash is no separator there
+            {"/opt/quorvel/ImagesPdfExport/File_1.tif", '/', "/opt/quorvel/ImagesPdfExport/"},
+            {"File_1.tif", '/', ""},
+        };
+        for (const auto& c : cases)
+            QCOMPARE(::pathOfFile(QString::fromUtf8(c.path), QChar(c.separator)),
+                     QString::fromUtf8(c.folder));
+            // Without a separator given, the platform's.
 #ifdef Q_OS_WIN
         QCOMPARE(::pathOfFile(QStringLiteral("C:\\a\\b.tif")), QStringLiteral("C:\\a\\"));
 #else
@@ -59,12 +39,9 @@ private slots:
     void windowsCommandLines()
     {
         const QString name = QStringLiteral("HP LaserJet 4 (Floor 2)");
-        QCOMPARE(PrinterCommands::properties(name),
-                 QStringLiteral("rundll32.exe printui.dll,PrintUIEntry /p /n \"HP LaserJet 4 "
-                                "(Floor 2)\""));
-        QCOMPARE(PrinterCommands::queue(name),
-                 QStringLiteral("rundll32.exe printui.dll,PrintUIEntry /o /n \"HP LaserJet 4 "
-                                "(Floor 2)\""));
+        const QString ui = QStringLiteral("rundll32.exe printui.dll,PrintUIEntry ");
+        QCOMPARE(PrinterCommands::properties(name), ui + "/p /n \"HP LaserJet 4 (Floor 2)\"");
+        QCOMPARE(PrinterCommands::queue(name), ui + "/o /n \"HP LaserJet 4 (Floor 2)\"");
         QCOMPARE(PrinterCommands::printersFolder(),
                  QStringLiteral("rundll32.exe shell32.dll,SHHelpShortcuts_RunDLL PrintersFolder"));
     }

@@ -5,13 +5,15 @@
 
 #include "common/msgbox.h"
 #include "common/paths.h"
+#include "common/settings.h"
 #include "freeport.h"
+#include "printtest.h"
+#include "psjob.h"
 #include "server/frmMain.h"
 
 #include <QDir>
-#include <QFileInfo>
-#include <QProcess>
-#include <QTcpServer>
+#include <QLineEdit>
+#include <QRadioButton>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
@@ -47,9 +49,56 @@ struct Server {
     }
 
     QString jobFolder() const { return Paths::jobFolder(); }
+    QString jobPath(const QString& name) const { return jobFolder() + QDir::separator() + name; }
     QStringList jobFiles() const
     {
         return QDir(jobFolder()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+    }
+    // Every message shown, for failure output.
+    QString shown() const
+    {
+        QStringList texts;
+        for (const Message& m : messages)
+            texts << m.text;
+        return texts.join(u'|');
+    }
+};
+
+// Clicks the option buttons for pdf, image, tiff, jpeg or print output.
+inline void choose(frmMain& w, const QString& output, bool colour = false)
+{
+    (colour ? w.Option7 : w.Option6)->click();
+    if (output == QLatin1String("pdf"))
+        w.Option1->click();
+    else if (output == QLatin1String("print"))
+        w.Option3->click();
+    else
+        w.Option2->click();
+    if (output == QLatin1String("tiff"))
+        w.Option4->click();
+    else if (output == QLatin1String("jpeg"))
+        w.Option5->click();
+}
+
+// Saves the job, converts it and waits until Ghostscript has ended.
+inline void convert(frmMain& w, const QByteArray& job)
+{
+    w.SavePSFile(job);
+    w.DoConvertPs2PdfImage();
+    QTRY_VERIFY_WITH_TIMEOUT(w.findChildren<QProcess*>().isEmpty(), 60000);
+}
+
+// A cloud user and server chosen in the settings while this lives.
+struct CloudAccount {
+    CloudAccount()
+    {
+        SettingsStore::put(QStringLiteral("CloudClientUserId"), QStringLiteral("alice"));
+        SettingsStore::put(QStringLiteral("CloudClientServerId"), QStringLiteral("srv1"));
+    }
+    ~CloudAccount()
+    {
+        for (const char* key : {"CloudClientUserId", "CloudClientServerId", "CloudBaseUrl"})
+            SettingsStore::remove(QLatin1String(key));
     }
 };
 
@@ -69,23 +118,4 @@ inline void sendJob(quint16 port, const QByteArray& data)
         c->deleteLater();
     });
     c->connectToHost(QHostAddress::LocalHost, port);
-}
-
-// What a program prints, or "" when it cannot be run.
-inline QString runTool(const QString& program, const QStringList& args)
-{
-    QProcess p;
-    p.start(program, args);
-    if (!p.waitForFinished(60000))
-        return QString();
-    return QString::fromLocal8Bit(p.readAllStandardOutput());
-}
-
-inline int pdfPages(const QString& path)
-{
-    const QString info = runTool(QStringLiteral("pdfinfo"), {path});
-    for (const QString& line : info.split(u'\n'))
-        if (line.startsWith(QLatin1String("Pages:")))
-            return line.mid(6).trimmed().toInt();
-    return -1;
 }

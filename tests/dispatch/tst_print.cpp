@@ -3,43 +3,18 @@
 // previous printer is current again afterwards.
 
 #include "dispatchtest.h"
-#include "psjob.h"
-#include "testsupport.h"
 
 #include "convert/currentprinter.h"
 
-#include <QApplication>
-#include <QLineEdit>
 #include <QListWidget>
-#include <QRadioButton>
 
 class TestPrint : public QObject
 {
     Q_OBJECT
-    QMap<QString, QString> m_cups;
-
-    QString pdfOut() const { return m_cups.value(QStringLiteral("CUPS_PDF_OUT")); }
-    QStringList printed() const
-    {
-        return QDir(pdfOut()).entryList({QStringLiteral("*.pdf")}, QDir::Files, QDir::Name);
-    }
-    // cups-pdf keeps a PDF private (0600) until it is complete.
-    QString newCompletePdf(const QStringList& before) const
-    {
-        for (const QString& name : printed()) {
-            const QFileInfo info(pdfOut() + QStringLiteral("/") + name);
-            if (!before.contains(name) && (info.permissions() & QFile::ReadOther))
-                return info.filePath();
-        }
-        return QString();
-    }
+    Cups m_cups;
 
 private slots:
-    void initTestCase()
-    {
-        m_cups = serviceEnv(QStringLiteral("cups"));
-        QVERIFY2(!m_cups.isEmpty(), "the cups fixture wrote no cups.env");
-    }
+    void initTestCase() { QVERIFY2(!m_cups.env.isEmpty(), "the cups fixture wrote no cups.env"); }
 
     void printsOnTheChosenPrinterAndSwitchesBack_data()
     {
@@ -54,44 +29,29 @@ private slots:
         QFETCH(int, pages);
         Server s;
         frmMain& w = *s.window;
-        const QString pdfQueue = m_cups.value(QStringLiteral("CUPS_PDF_QUEUE"));
-        const QString fileQueue = m_cups.value(QStringLiteral("CUPS_FILE_QUEUE"));
-
         // Current: the file queue; chosen in the list: the cups-pdf queue.
-        w.SelectPrinterByName(fileQueue);
-        QCOMPARE(CurrentPrinter::DeviceName(), fileQueue);
-        const QList<QListWidgetItem*> items = w.List2->findItems(pdfQueue, Qt::MatchExactly);
+        w.SelectPrinterByName(m_cups.fileQueue());
+        QCOMPARE(CurrentPrinter::DeviceName(), m_cups.fileQueue());
+        const QList<QListWidgetItem*> items =
+            w.List2->findItems(m_cups.pdfQueue(), Qt::MatchExactly);
         QCOMPARE(items.size(), 1);
         w.List2->setCurrentItem(items.first());
-        w.Option3->click();
+        choose(w, QStringLiteral("print"));
 
-        const QStringList before = printed();
+        const QStringList before = m_cups.printed();
         sendJob(s.port, makePsJob(pages));
         QTRY_VERIFY_WITH_TIMEOUT(!w.fileName().isEmpty() && w.jobBuffer().isEmpty() &&
                                      w.TxtPath->text().endsWith(".tif") && s.jobFiles().isEmpty() &&
                                      w.connectionCount() == 0,
                                  120000);
-        QVERIFY2(s.messages.empty(),
-                 qPrintable(s.messages.empty() ? QString() : s.messages[0].text));
+        QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
         // Back on the previous printer; leaving the chosen one sent the page.
-        QCOMPARE(CurrentPrinter::DeviceName(), fileQueue);
+        QCOMPARE(CurrentPrinter::DeviceName(), m_cups.fileQueue());
         QString pdf;
-        QTRY_VERIFY_WITH_TIMEOUT(!(pdf = newCompletePdf(before)).isEmpty(), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(!(pdf = m_cups.newCompletePdf(before)).isEmpty(), 60000);
         QCOMPARE(pdfPages(pdf), 1);
     }
 };
 
-int main(int argc, char* argv[])
-{
-    // The private scheduler, before anything asks CUPS for printers.
-    const QMap<QString, QString> cups = serviceEnv(QStringLiteral("cups"));
-    if (!cups.isEmpty()) {
-        qputenv("CUPS_SERVER", cups.value(QStringLiteral("CUPS_SERVER")).toLocal8Bit());
-        qputenv("IPP_PORT", cups.value(QStringLiteral("CUPS_PORT")).toLocal8Bit());
-    }
-    QApplication app(argc, argv);
-    TestPrint test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QUORVEL_CUPS_TEST_MAIN(TestPrint)
 #include "tst_print.moc"
