@@ -15,26 +15,19 @@ public:
         m_server.listen(QHostAddress::LocalHost, 0);
         connect(&m_server, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* s = m_server.nextPendingConnection()) {
-                auto* buffer = new QByteArray;
-                connect(s, &QTcpSocket::readyRead, this, [this, s, buffer] {
-                    buffer->append(s->readAll());
-                    const qsizetype end = buffer->indexOf("\r\n\r\n");
-                    if (end < 0)
-                        return;
+                connect(s, &QTcpSocket::disconnected, s, &QObject::deleteLater);
+                connect(s, &QTcpSocket::readyRead, s, [this, s, buffer = QByteArray()]() mutable {
+                    buffer.append(s->readAll());
+                    const qsizetype end = buffer.indexOf("\r\n\r\n");
                     qsizetype length = 0;
-                    for (const QByteArray& line : buffer->left(end).split('\n'))
+                    for (const QByteArray& line : buffer.left(end).split('\n'))
                         if (line.toLower().startsWith("content-length:"))
                             length = line.mid(15).trimmed().toLongLong();
-                    if (buffer->size() < end + 4 + length)
+                    if (end < 0 || buffer.size() < end + 4 + length)
                         return;
-                    requests.append(*buffer);
-                    buffer->clear();
+                    requests.append(std::exchange(buffer, {}));
                     s->write(m_answer);
                     s->disconnectFromHost();
-                });
-                connect(s, &QTcpSocket::disconnected, s, [s, buffer] {
-                    delete buffer;
-                    s->deleteLater();
                 });
             }
         });
@@ -43,20 +36,14 @@ public:
     {
         return QStringLiteral("http://127.0.0.1:%1/dav/").arg(m_server.serverPort());
     }
-    // Header lines of request i, without the request line.
-    QList<QByteArray> headerLines(int i) const
+    // The request line and header lines of request i.
+    QList<QByteArray> head(int i) const
     {
         const QByteArray& r = requests.at(i);
         QList<QByteArray> lines = r.left(r.indexOf("\r\n\r\n")).split('\n');
         for (QByteArray& l : lines)
             l = l.trimmed();
-        lines.removeFirst();
         return lines;
-    }
-    QByteArray requestLine(int i) const
-    {
-        const QByteArray& r = requests.at(i);
-        return r.left(r.indexOf("\r\n"));
     }
 
     QList<QByteArray> requests;

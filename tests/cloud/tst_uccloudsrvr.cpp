@@ -41,6 +41,9 @@ public:
     QStringList events;
 };
 
+// Runs one call of the control and waits until the share has answered n requests.
+#define SETTLE(uc, n, call) QVERIFY(settle(uc, n, [&] { (uc).call; }))
+
 class TestUcCloudSrvr : public QObject
 {
     Q_OBJECT
@@ -66,6 +69,12 @@ class TestUcCloudSrvr : public QObject
             QTest::qWait(10);
         return spy.count() == requests && uc.Dav()->ReadyState() == 4;
     }
+    void useAccount(const QString& url, const QString& user, const QString& password)
+    {
+        SettingsStore::put(CloudShare::kBaseUrlKey, url);
+        SettingsStore::put(CloudShare::kUserKey, user);
+        SettingsStore::put(CloudShare::kPasswordKey, password);
+    }
     QString stored(const QString& path) const
     {
         QFile f(share.root + "/CloudPrint/" + user + u'/' + path);
@@ -79,9 +88,7 @@ private slots:
         share = DavShare::fromFixture();
         QVERIFY2(share.ok, "the webdav fixture is not running");
         user = uniqueName("user");
-        SettingsStore::put(CloudShare::kUserKey, share.user);
-        SettingsStore::put(CloudShare::kPasswordKey, share.password);
-        SettingsStore::put(CloudShare::kBaseUrlKey, share.url);
+        useAccount(share.url, share.user, share.password);
         makeCollections({"CloudPrint", "CloudPrint/" + user, "CloudPrint/" + user + "/srv1"});
     }
     void init() { messages.clear(); }
@@ -97,9 +104,7 @@ private slots:
             QVERIFY(uc.Dav()->User.contains(u'@'));
             QCOMPARE(uc.Dav()->PW, QStringLiteral("Rwm402719"));
         }
-        SettingsStore::put(CloudShare::kBaseUrlKey, share.url.chopped(1)); // no trailing "/"
-        SettingsStore::put(CloudShare::kUserKey, share.user);
-        SettingsStore::put(CloudShare::kPasswordKey, share.password);
+        useAccount(share.url.chopped(1), share.user, share.password); // no trailing "/"
         UcCloudSrvr uc;
         QCOMPARE(uc.Dav()->BaseUrl(), share.url);
         QCOMPARE(uc.Dav()->User, share.user);
@@ -158,7 +163,7 @@ private slots:
 
         // Now it exists: two listings and nothing more.
         messages.clear();
-        QVERIFY(settle(uc, 2, [&] { uc.UcFindServerInfo(); }));
+        SETTLE(uc, 2, UcFindServerInfo());
         QCOMPARE(uc.events, QStringList({"ValidateUser:true", "ValidateUser:true"}));
         QCOMPARE(uc.Dav()->Request(), int(ThinDavApi::rqGetDir));
         QVERIFY(uc.logEnds("207 Multi-Status\r\n\r\n"));
@@ -168,13 +173,13 @@ private slots:
     void capitalServerIdRepeatsMakeDir()
     {
         Uc uc(user, QStringLiteral(" BigBox "));
-        QVERIFY(settle(uc, 3, [&] { uc.UcFindServerInfo(); }));
+        SETTLE(uc, 3, UcFindServerInfo());
         QVERIFY(QFileInfo(share.root + "/CloudPrint/" + user + "/BigBox").isDir());
         QVERIFY(uc.logEnds("Requesting MKCOL\r\n201 Created\r\n"));
 
         // Looked up as "bigbox", never found: the MKCOL comes again and fails, only logged.
         messages.clear();
-        QVERIFY(settle(uc, 3, [&] { uc.UcFindServerInfo(); }));
+        SETTLE(uc, 3, UcFindServerInfo());
         QVERIFY(uc.logEnds("Requesting MKCOL\r\n405 Method Not Allowed\r\nFailed\r\n\r\n"));
         QCOMPARE(messages.texts(), QStringList({"User Id Found..." + user}));
         QCOMPARE(uc.events, QStringList({"ValidateUser:true", "ValidateUser:true"}));
@@ -191,7 +196,7 @@ private slots:
         messages.clear();
 
         Uc uc(" " + client.toUpper());
-        QVERIFY(settle(uc, 2, [&] { uc.UcFindClientInfo(); }));
+        SETTLE(uc, 2, UcFindClientInfo());
         QCOMPARE(uc.events.size(), 1);
         QVERIFY(uc.events[0].startsWith("ClientInfoReturn: " + client.toUpper() + u'|'));
         QStringList servers = uc.events[0].section(u'|', 1).split(u',');
@@ -204,13 +209,13 @@ private slots:
         // A user without servers.
         uc.events.clear();
         uc.setUcCloudUserId(lonely);
-        QVERIFY(settle(uc, 2, [&] { uc.UcFindClientInfo(); }));
+        SETTLE(uc, 2, UcFindClientInfo());
         QCOMPARE(uc.events, QStringList({"ClientInfoReturn:" + lonely + "|"}));
 
         // An unknown user: the message, then the event with an empty list.
         uc.events.clear();
         uc.setUcCloudUserId(QStringLiteral("ghost"));
-        QVERIFY(settle(uc, 1, [&] { uc.UcFindClientInfo(); }));
+        SETTLE(uc, 1, UcFindClientInfo());
         QCOMPARE(messages.texts(), QStringList({"User Id Not Found...ghost"}));
         QCOMPARE(uc.events, QStringList({"ClientInfoReturn:ghost|"}));
     }
@@ -220,7 +225,7 @@ private slots:
         Uc uc;
         const QString dir = "CloudPrint\\" + user + "\\srv1";
         const QString job = QStringLiteral("%!PS-Adobe-3.0\r\n(first) show showpage\r\n");
-        QVERIFY(settle(uc, 2, [&] { uc.UcUploadToCloudFile(dir, QStringLiteral("File_1"), job); }));
+        SETTLE(uc, 2, UcUploadToCloudFile(dir, QStringLiteral("File_1"), job));
         QCOMPARE(messages.texts(), QStringList({ThinDavApi::UploadMessage()}));
         QCOMPARE(stored("srv1/File_1.ps"), job);
         QVERIFY(
@@ -229,8 +234,7 @@ private slots:
 
         // The same name again: found by HEAD, never PUT; the run-time error reaches the user.
         messages.clear();
-        QVERIFY(
-            settle(uc, 1, [&] { uc.UcUploadToCloudFile(dir, QStringLiteral("File_1"), "other"); }));
+        SETTLE(uc, 1, UcUploadToCloudFile(dir, QStringLiteral("File_1"), "other"));
         QCOMPARE(messages.texts(), QStringList({"Run-time error '424': Object required"}));
         QCOMPARE(messages[0].icon, MsgIcon::Critical);
         QVERIFY(uc.logEnds("Requesting HEAD\r\n200 OK\r\nFailed, already exists\r\n\r\n"));
@@ -242,9 +246,7 @@ private slots:
     void uploadIntoMissingFolder()
     {
         Uc uc;
-        QVERIFY(settle(uc, 2, [&] {
-            uc.UcUploadToCloudFile("CloudPrint\\" + user + "\\nofolder", "job", "x");
-        }));
+        SETTLE(uc, 2, UcUploadToCloudFile("CloudPrint\\" + user + "\\nofolder", "job", "x"));
         QCOMPARE(messages.texts(), QStringList({ThinDavApi::UploadMessage(),
                                                 "Make file job.ps\r\n\r\nfailed\r\n\r\nConflict"}));
         QCOMPARE(messages[1].icon, MsgIcon::Exclamation);
@@ -256,9 +258,7 @@ private slots:
         const QString srv = QStringLiteral("PrintBox");
         makeCollections({"CloudPrint/" + user + "/" + srv});
         Uc up;
-        QVERIFY(settle(up, 2, [&] {
-            up.UcUploadToCloudFile("CloudPrint\\" + user + "\\" + srv, "File_A", "job A");
-        }));
+        SETTLE(up, 2, UcUploadToCloudFile("CloudPrint\\" + user + "\\" + srv, "File_A", "job A"));
         makeCollections({"CloudPrint/" + user + "/" + srv + "/sub"}); // not a job
 
         Uc uc(" " + user.toUpper(), " " + srv + " ");
@@ -270,7 +270,7 @@ private slots:
         messages.clear();
         for (int round = 0; round < 2; ++round) { // still there: listed again
             uc.events.clear();
-            QVERIFY(settle(uc, 2, [&] { uc.UcCheckCloudList(); }));
+            SETTLE(uc, 2, UcCheckCloudList());
             QCOMPARE(uc.txtDirectory->text(), "CloudPrint\\" + user + "\\" + srv);
             QCOMPARE(uc.events,
                      QStringList({"ServerInfoReturn:File_A.ps", "CloudFileReceived:job A"}));
@@ -284,9 +284,9 @@ private slots:
     void listingWithoutJobs()
     {
         Uc uc(user, QStringLiteral("newsrv")); // exists, empty
-        QVERIFY(settle(uc, 1, [&] { uc.UcCheckCloudList(); }));
+        SETTLE(uc, 1, UcCheckCloudList());
         uc.setUcCloudServerId(QStringLiteral("missing"));
-        QVERIFY(settle(uc, 1, [&] { uc.UcCheckCloudList(); }));
+        SETTLE(uc, 1, UcCheckCloudList());
         QCOMPARE(uc.events, QStringList({"ServerInfoReturn:", "ServerInfoReturn:"}));
         QVERIFY(uc.logEnds("Requesting PROPFIND\r\n404 Not Found\r\n"));
         QVERIFY(messages.isEmpty());
@@ -296,7 +296,7 @@ private slots:
     void downloadOfMissingFile()
     {
         Uc uc(user, QStringLiteral("srv1"));
-        QVERIFY(settle(uc, 1, [&] { uc.UcCheckDownloadList(QStringLiteral("gone.ps")); }));
+        SETTLE(uc, 1, UcCheckDownloadList(QStringLiteral("gone.ps")));
         QVERIFY(uc.events.isEmpty());
         QCOMPARE(messages.texts(),
                  QStringList({"Open file gone.ps\r\n\r\nfailed\r\n\r\nNot Found"}));
@@ -332,7 +332,7 @@ private slots:
         SettingsStore::put(CloudShare::kPasswordKey, share.password);
         if (!url.isEmpty())
             uc.Dav()->setBaseUrl(url);
-        QVERIFY(settle(uc, 1, [&] { uc.UcFindServerInfo(); }));
+        SETTLE(uc, 1, UcFindServerInfo());
         QVERIFY(uc.logEnds(logTail));
         QCOMPARE(messages.texts(),
                  QStringList({"User Id Not Found..." + typed.trimmed().toLower()}));
@@ -345,11 +345,11 @@ private slots:
     {
         Uc uc(user, QStringLiteral("srv1"));
         uc.Dav()->setBaseUrl(closedUrl());
-        QVERIFY(settle(uc, 1, [&] { uc.UcCheckCloudList(); }));
+        SETTLE(uc, 1, UcCheckCloudList());
         QCOMPARE(uc.events, QStringList({"ServerInfoReturn:"}));
 
         messages.clear();
-        QVERIFY(settle(uc, 1, [&] { uc.UcCheckDownloadList(QStringLiteral("f.ps")); }));
+        SETTLE(uc, 1, UcCheckDownloadList(QStringLiteral("f.ps")));
         QCOMPARE(messages.texts(),
                  QStringList({"Open file f.ps\r\n\r\nfailed\r\n\r\nConnection refused"}));
 
