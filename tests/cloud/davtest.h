@@ -8,32 +8,32 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QTest>
 #include <functional>
 
+inline QByteArray fileBytes(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
 struct DavShare {
     QString url, user, password, root, home;
-    bool ok = false;
 
     static DavShare fromFixture()
     {
         const auto env = serviceEnv(QStringLiteral("webdav"));
-        DavShare s;
-        s.url = env.value(QStringLiteral("DAV_URL"));
-        s.user = env.value(QStringLiteral("DAV_USER"));
-        s.password = env.value(QStringLiteral("DAV_PASSWORD"));
-        s.root = env.value(QStringLiteral("DAV_ROOT"));
-        s.home = env.value(QStringLiteral("DAV_HOME"));
-        s.ok = !s.url.isEmpty();
-        return s;
+        return {env.value("DAV_URL"), env.value("DAV_USER"), env.value("DAV_PASSWORD"),
+                env.value("DAV_ROOT"), env.value("DAV_HOME")};
     }
+    bool ok() const { return !url.isEmpty(); }
+    // A path below the share as Apache keeps it: whether it is there, what it holds.
+    bool has(const QString& path) const { return QFileInfo::exists(root + u'/' + path); }
+    QByteArray bytes(const QString& path) const { return fileBytes(root + u'/' + path); }
     // Request lines Apache logged, as they arrived.
-    QString accessLog() const
-    {
-        QFile f(home + QStringLiteral("/logs/access.log"));
-        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-    }
+    QString accessLog() const { return QString::fromUtf8(fileBytes(home + "/logs/access.log")); }
 };
 
 // What Complete saw while it ran.

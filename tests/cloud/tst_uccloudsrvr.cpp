@@ -75,18 +75,16 @@ class TestUcCloudSrvr : public QObject
         SettingsStore::put(CloudShare::kUserKey, user);
         SettingsStore::put(CloudShare::kPasswordKey, password);
     }
-    QString stored(const QString& path) const
+    QByteArray stored(const QString& path) const
     {
-        QFile f(share.root + "/CloudPrint/" + user + u'/' + path);
-        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll())
-                                           : QStringLiteral("<none>");
+        return share.bytes("CloudPrint/" + user + u'/' + path);
     }
 
 private slots:
     void initTestCase()
     {
         share = DavShare::fromFixture();
-        QVERIFY2(share.ok, "the webdav fixture is not running");
+        QVERIFY2(share.ok(), "the webdav fixture is not running");
         user = uniqueName("user");
         useAccount(share.url, share.user, share.password);
         makeCollections({"CloudPrint", "CloudPrint/" + user, "CloudPrint/" + user + "/srv1"});
@@ -227,7 +225,7 @@ private slots:
         const QString job = QStringLiteral("%!PS-Adobe-3.0\r\n(first) show showpage\r\n");
         SETTLE(uc, 2, UcUploadToCloudFile(dir, QStringLiteral("File_1"), job));
         QCOMPARE(messages.texts(), QStringList({ThinDavApi::UploadMessage()}));
-        QCOMPARE(stored("srv1/File_1.ps"), job);
+        QCOMPARE(stored("srv1/File_1.ps"), job.toUtf8());
         QVERIFY(
             uc.logEnds("Requesting HEAD\r\n404 Not Found\r\nRequesting PUT\r\n201 Created\r\n"));
         QVERIFY(uc.idle());
@@ -238,7 +236,7 @@ private slots:
         QCOMPARE(messages.texts(), QStringList({"Run-time error '424': Object required"}));
         QCOMPARE(messages[0].icon, MsgIcon::Critical);
         QVERIFY(uc.logEnds("Requesting HEAD\r\n200 OK\r\nFailed, already exists\r\n\r\n"));
-        QCOMPARE(stored("srv1/File_1.ps"), job);
+        QCOMPARE(stored("srv1/File_1.ps"), job.toUtf8());
         QCOMPARE(uc.Dav()->Request(), int(ThinDavApi::rqGetFileLength));
         QVERIFY(uc.idle());
     }
@@ -276,7 +274,7 @@ private slots:
                      QStringList({"ServerInfoReturn:File_A.ps", "CloudFileReceived:job A"}));
             QVERIFY(messages.isEmpty());
             QVERIFY(uc.logEnds("Requesting GET\r\n200 OK\r\n"));
-            QCOMPARE(stored(srv + "/File_A.ps"), QStringLiteral("job A"));
+            QCOMPARE(stored(srv + "/File_A.ps"), QByteArray("job A"));
             QVERIFY(uc.isEnabled());
         }
     }
