@@ -124,14 +124,6 @@ private slots:
         QCOMPARE(form.printerName(), QStringLiteral("  quorvelFILE "));
     }
 
-    void withoutRememberedNameTheDefaultPrinterIsChosen()
-    {
-        frmMain form(freePort());
-        QCOMPARE(form.printerName(), m_cups.pdfQueue());
-        QCOMPARE(form.List2->currentItem()->text(), m_cups.pdfQueue());
-        QVERIFY(isYellow(form.FG2->item(form.List2->currentRow(), 1)));
-    }
-
     void noPrinterLeavesOneLine()
     {
         // A scheduler that does not answer has no printers to offer.
@@ -199,8 +191,11 @@ private slots:
 
     void gridRowChangeMovesTheHighlight()
     {
+        // Without a remembered name the default printer is chosen.
         frmMain form(freePort());
-        const int from = rowOf(form.List2, m_cups.pdfQueue());
+        QCOMPARE(form.printerName(), m_cups.pdfQueue());
+        QCOMPARE(form.List2->currentItem()->text(), m_cups.pdfQueue());
+        const int from = form.List2->currentRow();
         const int to = rowOf(form.List2, m_cups.rejectQueue());
         QVERIFY(isYellow(form.FG2->item(from, 1)));
         form.FG2->setCurrentCell(to, 1);

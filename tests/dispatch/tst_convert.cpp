@@ -87,6 +87,12 @@ private slots:
         w.TxtPath->setText(QStringLiteral("unchanged"));
         w.DoChangeOption();
         QCOMPARE(w.TxtPath->text(), QStringLiteral("unchanged"));
+        // and a job starts nothing.
+        w.Text3->setText(QStringLiteral("before"));
+        w.SavePSFile(makePsJob(1));
+        w.DoConvertPs2PdfImage();
+        QCOMPARE(w.Text3->text(), QStringLiteral("before"));
+        QCOMPARE(w.findChildren<QProcess*>().size(), 0);
     }
 
     void commandLinesAreTheLinesThatRun_data()
@@ -141,18 +147,6 @@ private slots:
             QCOMPARE(QImageReader(out).imageCount(), 1);
         QVERIFY2(!w.txtLog->text().contains(QLatin1String("Ghostscript")),
                  qPrintable(w.txtLog->text()));
-    }
-
-    void noActionStartsNothing()
-    {
-        Server s;
-        frmMain& w = *s.window;
-        chooseNoAction(w);
-        w.Text3->setText(QStringLiteral("before"));
-        w.SavePSFile(makePsJob(1));
-        w.DoConvertPs2PdfImage();
-        QCOMPARE(w.Text3->text(), QStringLiteral("before"));
-        QCOMPARE(w.findChildren<QProcess*>().size(), 0);
     }
 
     void ghostscriptErrorsReachTheLog()
