@@ -311,7 +311,7 @@ private slots:
         QTest::addColumn<QString>("logTail");
         QTest::newRow("unknown") << " Nobody" + user << ""
                                  << ""
-                                 << "";
+                                 << "Requesting PROPFIND\r\n207 Multi-Status\r\n\r\n";
         QTest::newRow("wrong password") << user << ""
                                         << "wrong"
                                         << "401 Unauthorized\r\n";
