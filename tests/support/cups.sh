@@ -14,17 +14,15 @@ MODE=${1:?up or down}
 STATE=${2:?state folder}
 ENVFILE=$STATE/cups.env
 
+. "$(dirname "$0")/servicelib.sh"
+
 stop() {
     [ -f "$ENVFILE" ] || return 0
     local pid home pdfconf
     pid=$(sed -n 's/^CUPS_PID=//p' "$ENVFILE")
     home=$(sed -n 's/^CUPS_HOME=//p' "$ENVFILE")
     pdfconf=$(sed -n 's/^CUPS_PDF_CONF=//p' "$ENVFILE")
-    if [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; then
-        kill "$pid"
-        for _ in $(seq 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-        kill -0 "$pid" 2>/dev/null && kill -9 "$pid"
-    fi
+    stop_process "$pid"
     case "$pdfconf" in /etc/cups/cups-pdf-quorvel*.conf) rm -f "$pdfconf" ;; esac
     case "$home" in /tmp/quorvel-cups.*) rm -rf "$home" ;; esac
     rm -f "$ENVFILE"

@@ -11,16 +11,14 @@ STATE=${2:?state folder}
 ENVFILE=$STATE/webdav.env
 MODULES=/usr/lib/apache2/modules
 
+. "$(dirname "$0")/servicelib.sh"
+
 stop() {
     [ -f "$ENVFILE" ] || return 0
     local pid root
     pid=$(sed -n 's/^DAV_PID=//p' "$ENVFILE")
     root=$(sed -n 's/^DAV_HOME=//p' "$ENVFILE")
-    if [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; then
-        kill "$pid"
-        for _ in $(seq 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-        kill -0 "$pid" 2>/dev/null && kill -9 "$pid"
-    fi
+    stop_process "$pid"
     case "$root" in /tmp/quorvel-webdav.*) rm -rf "$root" ;; esac
     rm -f "$ENVFILE"
 }

@@ -11,17 +11,15 @@ dir="$state/xtray"
 envfile="$state/xtray.env"
 mkdir -p "$dir"
 
+. "$(dirname "$0")/servicelib.sh"
+
 pid_alive() { [ -n "${1:-}" ] && kill -0 "$1" 2>/dev/null; }
 
 stop_pid() {
     local file=$1 pid
     [ -f "$file" ] || return 0
     pid=$(cat "$file")
-    if pid_alive "$pid"; then
-        kill "$pid" 2>/dev/null || true
-        for _ in $(seq 50); do pid_alive "$pid" || break; sleep 0.1; done
-        pid_alive "$pid" && kill -9 "$pid" 2>/dev/null || true
-    fi
+    stop_process "$pid"
     rm -f "$file"
 }
 
