@@ -4,3 +4,10 @@ now() { date +%s.%N; }
 # min CURRENT VALUE: the smaller (CURRENT may be empty).
 min() { if [ -z "$1" ] || [ "$(echo "$2 < $1" | bc -l)" = 1 ]; then echo "$2"; else echo "$1"; fi; }
 median() { printf '%s\n' "$@" | sort -g | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+
+# start_work TEMPLATE: makes $work (removed on exit) and $pids (killed on exit).
+start_work() {
+    work=$(mktemp -d "$1")
+    pids=()
+    trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; rm -rf "$work"' EXIT
+}

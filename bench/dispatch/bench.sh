@@ -11,15 +11,8 @@ bin="$build/src/quorvel"
 probe="$build/bench/dispatch/dispatch_probe"
 runs=${DISPATCH_RUNS:-9}
 pages=${DISPATCH_PAGES:-20}
-work=$(mktemp -d /tmp/quorvel-dispatch.XXXXXX)
-pids=()
-cleanup() {
-    for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
 . "$(dirname "$0")/../lib.sh"
+start_work /tmp/quorvel-dispatch.XXXXXX
 
 # start_server NAME ARGS... : sets port, folder, qp
 start_server() {

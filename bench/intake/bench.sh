@@ -7,15 +7,8 @@ build=$1
 bin="$build/src/quorvel"
 mb=${INTAKE_MB:-512}
 runs=${INTAKE_RUNS:-3}
-work=$(mktemp -d /dev/shm/quorvel-intake.XXXXXX)
-pids=()
-cleanup() {
-    for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
 . "$(dirname "$0")/../lib.sh"
+start_work /dev/shm/quorvel-intake.XXXXXX
 
 # A job that Ghostscript gives up on at once, so the dispatch after each run stays short.
 job="$work/job.ps"

@@ -208,17 +208,23 @@ void ThinDavApi::send(QNetworkRequest& request, const QByteArray& verb, const QB
             }));
 }
 
+// COPY and MOVE: the target travels in "Destination" below the base URL.
+void ThinDavApi::sendTransfer(const QByteArray& method, const QString& fromName,
+                              const QString& toName, bool overWrite, const QByteArray& depth)
+{
+    QNetworkRequest request = open(NormalisePath(fromName));
+    request.setRawHeader("Destination", (m_baseUrl + NormalisePath(toName)).toUtf8());
+    request.setRawHeader("Overwrite", overWrite ? "T" : "F");
+    request.setRawHeader("Depth", depth);
+    send(request, method);
+}
+
 void ThinDavApi::Copy(const QString& DirOrFileFromName, const QString& DirOrFileToName,
                       bool OverWrite, bool RecurseDir, const QVariant& Tag)
 {
     start(rqCopy, Tag);
-    const QString from = NormalisePath(DirOrFileFromName);
-    const QString to = NormalisePath(DirOrFileToName);
-    QNetworkRequest request = open(from);
-    request.setRawHeader("Destination", (m_baseUrl + to).toUtf8());
-    request.setRawHeader("Overwrite", OverWrite ? "T" : "F");
-    request.setRawHeader("Depth", RecurseDir ? "infinity" : "0");
-    send(request, "COPY");
+    sendTransfer("COPY", DirOrFileFromName, DirOrFileToName, OverWrite,
+                 RecurseDir ? "infinity" : "0");
 }
 
 void ThinDavApi::Delete(const QString& DirOrFileName, const QVariant& Tag)
@@ -278,13 +284,7 @@ void ThinDavApi::Move(const QString& DirOrFileOldName, const QString& DirOrFileN
                       bool OverWrite, const QVariant& Tag)
 {
     start(rqMove, Tag);
-    const QString from = NormalisePath(DirOrFileOldName);
-    const QString to = NormalisePath(DirOrFileNewName);
-    QNetworkRequest request = open(from);
-    request.setRawHeader("Destination", (m_baseUrl + to).toUtf8());
-    request.setRawHeader("Overwrite", OverWrite ? "T" : "F");
-    request.setRawHeader("Depth", "infinity");
-    send(request, "MOVE");
+    sendTransfer("MOVE", DirOrFileOldName, DirOrFileNewName, OverWrite, "infinity");
 }
 
 void ThinDavApi::PutFileBytes(const QString& DirOrFileName, const QByteArray& FileBytes,

@@ -131,6 +131,8 @@ private:
               bool hasBody = false);
     void dropReply();
     void sendFailed(int number, const QString& description);
+    void sendTransfer(const QByteArray& method, const QString& fromName, const QString& toName,
+                      bool overWrite, const QByteArray& depth);
     void raiseComplete();
     void clearResponse();
 

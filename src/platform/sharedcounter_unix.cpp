@@ -43,11 +43,6 @@ bool removeIfOrphaned(int id)
     return true;
 }
 
-std::vector<std::unique_ptr<SharedSection>>& keptOpen()
-{
-    static std::vector<std::unique_ptr<SharedSection>> kept;
-    return kept;
-}
 } // namespace
 
 SharedSection::SharedSection(std::unique_ptr<Impl> impl) : d(std::move(impl)) {}
@@ -96,12 +91,6 @@ std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
         return nullptr;
     auto impl = attachSegment(id, 0);
     return impl ? std::unique_ptr<SharedSection>(new SharedSection(std::move(impl))) : nullptr;
-}
-
-void SharedSection::keepOpen(std::unique_ptr<SharedSection> section)
-{
-    if (section)
-        keptOpen().push_back(std::move(section));
 }
 
 bool SharedSection::read(qint32& value) const

@@ -10,15 +10,6 @@ struct SharedSection::Impl {
     DWORD access = FILE_MAP_READ;
 };
 
-namespace
-{
-std::vector<std::unique_ptr<SharedSection>>& keptOpen()
-{
-    static std::vector<std::unique_ptr<SharedSection>> kept;
-    return kept;
-}
-} // namespace
-
 SharedSection::SharedSection(std::unique_ptr<Impl> impl) : d(std::move(impl)) {}
 
 SharedSection::~SharedSection()
@@ -50,12 +41,6 @@ std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
     impl->handle = h;
     impl->access = FILE_MAP_WRITE;
     return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
-}
-
-void SharedSection::keepOpen(std::unique_ptr<SharedSection> section)
-{
-    if (section)
-        keptOpen().push_back(std::move(section));
 }
 
 bool SharedSection::read(qint32& value) const
