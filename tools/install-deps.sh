@@ -1,9 +1,15 @@
 #!/usr/bin/env bash
-# Installs the Debian packages listed in the given files that are missing.
-# Services that the packages bring are not started: the tests start their own.
+# Installs the Debian packages listed in the given files that are missing,
+# as root directly or through sudo. Services that the packages bring are not
+# started: the tests start their own.
 set -euo pipefail
-SUDO=
-[ "$(id -u)" -eq 0 ] || SUDO=sudo
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
 wanted=$(cat "$@" | sed 's/#.*//' | tr -s ' \t' '\n' | grep -v '^$' | sort -u)
 missing=()
 for p in $wanted; do
@@ -11,14 +17,19 @@ for p in $wanted; do
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
 echo "Installing: ${missing[*]}"
-policy=/usr/sbin/policy-rc.d
+if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
+    echo "Missing packages need root: run this as root, or install sudo." >&2
+    exit 1
+fi
+# Keeps the packages' own daemons from starting while they install.
+policy=${QUORVEL_POLICY_RC_D:-/usr/sbin/policy-rc.d}
 made_policy=
 if [ ! -e "$policy" ]; then
-    printf '#!/bin/sh\nexit 101\n' | $SUDO tee "$policy" >/dev/null
-    $SUDO chmod +x "$policy"
+    printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+    as_root chmod +x "$policy"
     made_policy=1
 fi
-trap '[ -n "$made_policy" ] && $SUDO rm -f "$policy"' EXIT
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO -E apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+trap '[ -z "$made_policy" ] || as_root rm -f "$policy"' EXIT
+as_root apt-get update -qq
+as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
