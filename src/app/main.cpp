@@ -2,7 +2,7 @@
 #include "common/msgbox.h"
 #include "common/paths.h"
 #include "platform/quitsignals.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 #include "server/globals.h"
 #include "server/runoptions.h"
 

@@ -2,7 +2,7 @@
 
 #include "common/log.h"
 #include "common/runtimeerror.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -9,10 +9,10 @@
 #include "convert/printers.h"
 #include "converttest.h"
 #include "freeport.h"
-#include "netscan/FrmNetScan.h"
+#include "netscan/frmnetscan.h"
 #include "platform/printertools.h"
 #include "printtest.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include <QLabel>
 #include <QLineEdit>

@@ -9,7 +9,7 @@
 #include "freeport.h"
 #include "printtest.h"
 #include "psjob.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include <QDir>
 #include <QLineEdit>

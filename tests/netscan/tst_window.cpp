@@ -4,8 +4,8 @@
 #include "common/paths.h"
 #include "common/settings.h"
 #include "freeport.h"
-#include "netscan/FrmNetScan.h"
-#include "server/frmMain.h"
+#include "netscan/frmnetscan.h"
+#include "server/frmmain.h"
 
 #include <QElapsedTimer>
 #include <QHostInfo>

@@ -2,7 +2,7 @@
 #include "common/msgbox.h"
 #include "common/paths.h"
 #include "freeport.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include <QDir>
 #include <QLabel>

@@ -3,7 +3,7 @@
 #include "common/paths.h"
 #include "common/settings.h"
 #include "freeport.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 #include "server/globals.h"
 
 #include <QCheckBox>

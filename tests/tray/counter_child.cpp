@@ -1,6 +1,6 @@
 // One process holding a tray control: prints its instance number, then
 // stays until its standard input closes (or it is killed).
-#include "tray/ctlSysTrayBalloon.h"
+#include "tray/ctlsystrayballoon.h"
 
 #include <QApplication>
 #include <cstdio>

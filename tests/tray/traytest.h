@@ -1,7 +1,7 @@
 #pragma once
 // Shared by the tray tests: the shipped icons, the icon's place on screen and
 // every signal of the control written down as one line.
-#include "tray/ctlSysTrayBalloon.h"
+#include "tray/ctlsystrayballoon.h"
 #include "tray/qtsystrayshell.h"
 
 #include <QLabel>

@@ -5,8 +5,8 @@
 #include "common/paths.h"
 #include "common/settings.h"
 #include "freeport.h"
-#include "server/frmMain.h"
-#include "tray/ctlSysTrayBalloon.h"
+#include "server/frmmain.h"
+#include "tray/ctlsystrayballoon.h"
 
 #include <QPushButton>
 #include <QSystemTrayIcon>

@@ -6,7 +6,7 @@
 #include "common/settings.h"
 #include "freeport.h"
 #include "platform/startupentry.h"
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 #include "traytest.h"
 #include "xtray.h"
 

@@ -1,11 +1,11 @@
 // The printer list, its on-line check and the printer tools.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "common/runtimeerror.h"
 #include "common/settings.h"
 #include "convert/currentprinter.h"
 #include "convert/printers.h"
-#include "netscan/FrmNetScan.h"
+#include "netscan/frmnetscan.h"
 #include "platform/printertools.h"
 
 #include <QEvent>

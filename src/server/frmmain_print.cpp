@@ -1,5 +1,5 @@
 // Printing the pages of a TIFF on the current printer.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "common/doevents.h"
 #include "common/int16.h"

@@ -1,4 +1,4 @@
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "cloud/uccloudsrvr.h"
 #include "common/doevents.h"

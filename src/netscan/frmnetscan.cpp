@@ -1,4 +1,4 @@
-#include "netscan/FrmNetScan.h"
+#include "netscan/frmnetscan.h"
 
 #include "common/doevents.h"
 #include "common/msgbox.h"

@@ -1,6 +1,6 @@
 // The main window's cloud actions: confirming the user, fetching the jobs
 // waiting on the share and handing them to the dispatch.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "cloud/uccloudsrvr.h"
 #include "common/msgbox.h"

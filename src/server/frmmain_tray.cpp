@@ -1,10 +1,10 @@
 // The tray icon's host side and the start-up entry.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "platform/startupentry.h"
-#include "tray/ctlSysTrayBalloon.h"
+#include "tray/ctlsystrayballoon.h"
 
 #include <QAction>
 #include <QCheckBox>

@@ -1,5 +1,5 @@
 // Job dispatch: what happens to a job once its connection has closed.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "cloud/uccloudsrvr.h"
 #include "common/doevents.h"

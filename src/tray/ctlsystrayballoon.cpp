@@ -1,4 +1,4 @@
-#include "tray/ctlSysTrayBalloon.h"
+#include "tray/ctlsystrayballoon.h"
 
 #include "common/doevents.h"
 #include "common/runtimeerror.h"

@@ -1,7 +1,7 @@
 // TCP job intake: element 0 listens, every accepted connection is loaded
 // as the element whose index is the connection count, and every byte
 // received goes into the one job buffer.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "common/runtimeerror.h"
 #include "server/jobsocket.h"

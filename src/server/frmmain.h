@@ -31,7 +31,7 @@ class ImageFile;
 
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
-// frmMain*.cpp files.
+// frmmain*.cpp files.
 class frmMain : public QWidget
 {
     Q_OBJECT
@@ -39,7 +39,7 @@ public:
     explicit frmMain(quint16 port = 9100, QWidget* parent = nullptr);
     ~frmMain() override;
 
-    // --- start-up and window (frmMain.cpp) ---
+    // --- start-up and window (frmmain.cpp) ---
     void Form_Load();
     bool isListening() const;
     bool isLoaded() const { return m_Loaded; }
@@ -60,7 +60,7 @@ public:
     void mnuSettings_Click();
     void TxtEmailId_Validate();
 
-    // --- cloud actions (frmMain_cloud.cpp) ---
+    // --- cloud actions (frmmain_cloud.cpp) ---
     void Check1_Click();
     void Command2_Click();
     void Command5_Click();
@@ -69,15 +69,15 @@ public:
     void UcCloudSrvr1_CloudFileReceived(const QString& data);
     bool userValidated() const { return m_UserValidate; }
 
-    // --- TCP job intake (frmMain_intake.cpp) ---
+    // --- TCP job intake (frmmain_intake.cpp) ---
     void Socket_ConnectionRequest(int Index, qintptr requestID);
     void Socket_DataArrival(int Index, qint64 bytesTotal);
     void Socket_Close(int Index);
 
-    // --- job dispatch (frmMain_dispatch.cpp) ---
+    // --- job dispatch (frmmain_dispatch.cpp) ---
     void Command1_Click();
 
-    // --- conversion (frmMain_convert.cpp); printing (frmMain_print.cpp) ---
+    // --- conversion (frmmain_convert.cpp); printing (frmmain_print.cpp) ---
     void SavePSFile(const QByteArray& PSString);
     void DoChangeOption();
     void DoConvertPs2PdfImage();
@@ -87,7 +87,7 @@ public:
     bool TiffLoadFile(const QString& FileName);
     void SelectPrinterByName(const QString& name);
 
-    // --- printer list and tools (frmMain_printers.cpp) ---
+    // --- printer list and tools (frmmain_printers.cpp) ---
     void PopulateListControlWithPrinters(QListWidget* ListControl);
     QString List2Text() const; // the chosen printer's name, as the list shows it
     void List2_MouseUp();
@@ -105,7 +105,7 @@ public:
     const QString& printerTableStatus(int r) const { return m_PrinterTable.at(r).status; }
     const QString& printerName() const { return m_PrinterName; }
 
-    // --- tray host and start-up entry (frmMain_tray.cpp) ---
+    // --- tray host and start-up entry (frmmain_tray.cpp) ---
     void cmdStartStop_Click();
     void cmdClignote1_Click();
     void cmdAlternanceIcone1_Click();
@@ -149,13 +149,13 @@ private:
     static constexpr int twips(int t) { return t / 15; }
     void buildControls();
     void connectHandlers();
-    void setupCloud();         // frmMain_cloud.cpp
-    void setupTray();          // frmMain_tray.cpp
-    bool startupEntryExists(); // frmMain_tray.cpp
+    void setupCloud();         // frmmain_cloud.cpp
+    void setupTray();          // frmmain_tray.cpp
+    bool startupEntryExists(); // frmmain_tray.cpp
     void startListening();
     JobSocket* loadSocket(int index);
     void addStatus(const QString& text);
-    void connectPrinterList(); // frmMain_printers.cpp
+    void connectPrinterList(); // frmmain_printers.cpp
 
     // start-up state
     bool m_Loaded = false;

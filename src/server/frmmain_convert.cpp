@@ -1,5 +1,5 @@
 // Saving a job as PostScript and having Ghostscript convert it.
-#include "server/frmMain.h"
+#include "server/frmmain.h"
 
 #include "common/doevents.h"
 #include "common/paths.h"
