@@ -6,8 +6,8 @@
 //                                wall seconds and CPU seconds
 //   cpu PID                      prints the CPU seconds of all threads of PID
 #include "platform/ghostscript.h"
-#include "psjob.h"
-#include "server/gscommandline.h"
+#include "testsupport.h"
+#include "convert/conversion.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -3,7 +3,7 @@
 #include "common/paths.h"
 #include "platform/quitsignals.h"
 #include "server/frmmain.h"
-#include "server/globals.h"
+#include "server/programids.h"
 #include "server/runoptions.h"
 
 #include <QApplication>
@@ -29,8 +29,7 @@ int main(int argc, char* argv[])
         Log::line(
             QStringLiteral("Quorvel runs headless; jobs are kept in %1").arg(Paths::jobFolder()));
 
-    Globals::LoadProgramIds();
-    frmMain window(options.port);
+    frmMain window(options.port, ProgramIds::load());
     options.apply(window);
     if (options.headless && !window.isListening())
         return 1;

@@ -44,3 +44,8 @@ void ReportRuntimeError(const RuntimeError& error)
         Log::line(text); // a headless MsgBox logs it already
     MsgBox(text, MsgIcon::Critical);
 }
+
+void ReportPassedOver(int number, const QString& description)
+{
+    Log::line(QStringLiteral("Passed over: Run-time error '%1': %2").arg(number).arg(description));
+}

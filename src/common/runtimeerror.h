@@ -45,6 +45,9 @@ QString DescriptionOf(int number);
 // Reports a caught error: "Run-time error 'N': description" to the user and the log.
 void ReportRuntimeError(const RuntimeError& error);
 
+// Logs "Passed over: Run-time error 'N': description".
+void ReportPassedOver(int number, const QString& description);
+
 // Runs a handler body; any exception is reported and swallowed.
 template <typename F> void RunGuarded(F&& body) noexcept
 {
@@ -59,6 +62,34 @@ template <typename F> void RunGuarded(F&& body) noexcept
         ReportRuntimeError(RuntimeError(51, QStringLiteral("Internal error")));
     }
 }
+
+// Runs one step whose failure is passed over: the log says which error was
+// skipped and the caller goes on with its next step. False when it failed.
+template <typename F> bool ResumeNext(F&& step)
+{
+    try {
+        step();
+        return true;
+    } catch (const RuntimeError& e) {
+        ReportPassedOver(e.number(), e.description());
+    } catch (const std::exception& e) {
+        ReportPassedOver(51, QString::fromLocal8Bit(e.what()));
+    }
+    return false;
+}
+
+// The steps of a routine: a failing step ends the routine until skipErrors
+// is switched on; from then on each failing step is passed over.
+struct Steps {
+    bool skipErrors = false;
+    template <typename F> void operator()(F&& step)
+    {
+        if (skipErrors)
+            ResumeNext(step);
+        else
+            step();
+    }
+};
 
 // Wraps a handler for connect(): the slot runs inside the guard. A handler
 // that takes no arguments ignores those of the signal.

@@ -128,3 +128,12 @@ void CurrentPrinter::EndDoc()
         Log::line(QStringLiteral("Printer \"%1\" could not finish the document").arg(name));
     s.docName.clear();
 }
+
+void CurrentPrinter::SelectByName(const QString& name)
+{
+    for (const QPrinterInfo& printer : QPrinterInfo::availablePrinters())
+        if (printer.printerName() == name) {
+            Select(printer);
+            return;
+        }
+}

@@ -18,6 +18,9 @@ public:
     static QString DeviceName();
     // Makes this printer current, ending the open document first.
     static void Select(const QPrinterInfo& printer);
+    // Makes the installed printer of that name current; an unknown name
+    // changes nothing.
+    static void SelectByName(const QString& name);
     // The title of the next document (the print queue shows it).
     static void SetDocName(const QString& name);
     // The whole page in device pixels.

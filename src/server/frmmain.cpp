@@ -6,9 +6,8 @@
 #include "common/paths.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
-#include "convert/imagefile.h"
 #include "platform/ghostscript.h"
-#include "server/globals.h"
+#include "dispatch/jobfiles.h"
 #include "server/jobsocket.h"
 #include "server/socketlistener.h"
 
@@ -41,7 +40,8 @@ QPushButton* button(const QString& caption, QWidget* parent)
 }
 } // namespace
 
-frmMain::frmMain(quint16 port, QWidget* parent) : QWidget(parent), m_RequestedPort(port)
+frmMain::frmMain(quint16 port, ProgramIds ids, QWidget* parent)
+    : QWidget(parent), m_Ids(std::move(ids)), m_RequestedPort(port)
 {
     setWindowTitle(QStringLiteral("Quorvel"));
     buildControls();
@@ -285,38 +285,50 @@ bool frmMain::isListening() const
 
 void frmMain::Form_Load()
 {
-    // 1. Hidden frames; the window is the main frame plus a margin.
     m_Loaded = false;
+    showMainFrameOnly();
+    m_UserValidate = false;
+    TxtEmailId->setText(m_Ids.userEMailId);
+    cmdStartStop_Click(); // the tray icon
+    restoreUserValidated();
+    // A port that cannot be opened is reported; the rest of the window still loads.
+    RunGuarded([this] { startListening(); });
+    m_PrinterName = SettingsStore::get(QStringLiteral("Name"));
+    PopulateListControlWithPrinters(List2);
+    loadCloudDestination();
+    Paths::ensureJobFolder();
+    m_FileName = jobBaseName();
+    m_GsPath = ghostscriptProgram();
+    DoChangeOption();
+    // Start-up sets the box without writing the entry back.
+    m_Loading = true;
+    ChkRun->setChecked(startupEntryExists());
+    m_Loading = false;
+    m_Loaded = true;
+}
+
+void frmMain::showMainFrameOnly()
+{
     Frame1->hide();
     Frame3->hide();
     Frame7->hide();
     Frame8->hide();
     adjustSize();
     resize(Frame2->sizeHint() + QSize(twips(300), twips(700)));
+}
 
-    // 2.
-    m_UserValidate = false;
-    TxtEmailId->setText(Globals::UserEMailId());
-
-    // 3. The tray icon.
-    cmdStartStop_Click();
-
-    // 4.
+void frmMain::restoreUserValidated()
+{
     // An empty id was never validated.
-    if (!Globals::UserEMailId().isEmpty() &&
-        SettingsStore::get(QStringLiteral("UserValidate")) == Globals::UserEMailId()) {
+    if (!m_Ids.userEMailId.isEmpty() &&
+        SettingsStore::get(QStringLiteral("UserValidate")) == m_Ids.userEMailId) {
         Check1->setChecked(true);
         m_UserValidate = true;
     }
+}
 
-    // 5. A port that cannot be opened is reported; the rest of the window still loads.
-    RunGuarded([this] { startListening(); });
-
-    // 6. Printers.
-    m_PrinterName = SettingsStore::get(QStringLiteral("Name"));
-    PopulateListControlWithPrinters(List2);
-
-    // 7. Cloud destination of uploads.
+void frmMain::loadCloudDestination()
+{
     m_CloudClientUserId = SettingsStore::get(QStringLiteral("CloudClientUserId"));
     m_CloudClientServerId = SettingsStore::get(QStringLiteral("CloudClientServerId"));
     Option9->setEnabled(!m_CloudClientUserId.trimmed().isEmpty() &&
@@ -324,22 +336,6 @@ void frmMain::Form_Load()
     // Crosswise, as the sending control has always been given them.
     UcCloudSrvr2->setUcCloudUserId(m_CloudClientServerId);
     UcCloudSrvr2->setUcCloudServerId(m_CloudClientUserId);
-
-    // 8.-10.
-    Paths::ensureJobFolder();
-    m_FileName = QStringLiteral("File_") + QDateTime::currentDateTime().toString(u"yyMMdd_hhmmss");
-    m_GsPath = ghostscriptProgram();
-
-    // 11.
-    DoChangeOption();
-
-    // 12. Start-up sets the box without writing the entry back.
-    m_Loading = true;
-    ChkRun->setChecked(startupEntryExists());
-    m_Loading = false;
-
-    // 13.
-    m_Loaded = true;
 }
 
 void frmMain::Option1_Click()
@@ -392,6 +388,6 @@ void frmMain::TxtEmailId_Validate()
 {
     if (TxtEmailId->text().trimmed().isEmpty())
         return;
-    Globals::UserEMailId() = TxtEmailId->text();
+    m_Ids.userEMailId = TxtEmailId->text();
     SettingsStore::put(QStringLiteral("EMailId"), TxtEmailId->text());
 }

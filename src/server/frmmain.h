@@ -2,9 +2,12 @@
 
 #include "common/int16.h"
 #include "common/log.h"
+#include "dispatch/job.h"
 #include "server/jobbuffer.h"
+#include "server/programids.h"
 
 #include <QByteArray>
+#include <QMap>
 #include <QString>
 #include <QWidget>
 #include <array>
@@ -27,7 +30,7 @@ class SocketListener;
 class JobSocket;
 class ctlSysTrayBalloon;
 class UcCloudSrvr;
-class ImageFile;
+class JobDispatcher;
 
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
@@ -36,7 +39,8 @@ class frmMain : public QWidget
 {
     Q_OBJECT
 public:
-    explicit frmMain(quint16 port = 9100, QWidget* parent = nullptr);
+    explicit frmMain(quint16 port = 9100, ProgramIds ids = ProgramIds::load(),
+                     QWidget* parent = nullptr);
     ~frmMain() override;
 
     // --- start-up and window (frmmain.cpp) ---
@@ -49,6 +53,9 @@ public:
     const QString& lastRequestId() const { return m_LastRequestId; }
     const QString& fileName() const { return m_FileName; }
     const QString& ghostscriptPath() const { return m_GsPath; }
+    const ProgramIds& programIds() const { return m_Ids; }
+    // The Output box, read in one place: everything else branches on this.
+    OutputChoice outputChoice() const;
 
     void Option1_Click();
     void Option2_Click();
@@ -74,17 +81,16 @@ public:
     void Socket_DataArrival(int Index, qint64 bytesTotal);
     void Socket_Close(int Index);
 
-    // --- job dispatch (frmmain_dispatch.cpp) ---
+    // --- job dispatch (frmmain_dispatch.cpp): the window's side of the
+    // road; the road itself is JobDispatcher's ---
     void Command1_Click();
-
-    // --- conversion (frmmain_convert.cpp); printing (frmmain_print.cpp) ---
-    void SavePSFile(const QByteArray& PSString);
+    void SavePSFile(const Job& job, const QByteArray& PSString);
     void DoChangeOption();
-    void DoConvertPs2PdfImage();
+    void DoConvertPs2PdfImage(const Job& job);
     void DoWait4FilePS2PDFCreated(const QString& FileName);
     bool IsFileTiffPDFLocked(const QString& FileName);
     void PrintTiff(const QString& TiffFilePath);
-    bool TiffLoadFile(const QString& FileName);
+    bool TiffLoadFile(const QString& FileName); // true when the TIFF loads now
     void SelectPrinterByName(const QString& name);
 
     // --- printer list and tools (frmmain_printers.cpp) ---
@@ -115,31 +121,63 @@ public:
     void ctlSysTrayBalloon1_PgmError(const QString& Source, int Code, const QString& Description);
     void ChkRun_Click();
 
-    // --- controls, named as the window shows them ---
-    QGroupBox *Frame1 = nullptr, *Frame2 = nullptr, *Frame3 = nullptr, *Frame7 = nullptr,
-              *Frame8 = nullptr;
-    QPushButton *Command1 = nullptr, *Command2 = nullptr, *Command3 = nullptr, *Command4 = nullptr,
-                *Command5 = nullptr, *Command6 = nullptr, *Command7 = nullptr, *Command8 = nullptr,
-                *Command9 = nullptr;
-    QPushButton *cmdStartStop = nullptr, *cmdClignote1 = nullptr, *cmdAlternanceIcone1 = nullptr,
-                *cmdMessage1 = nullptr;
-    QRadioButton *Option1 = nullptr, *Option2 = nullptr, *Option3 = nullptr, *Option4 = nullptr,
-                 *Option5 = nullptr, *Option6 = nullptr, *Option7 = nullptr, *Option8 = nullptr,
-                 *Option9 = nullptr;
-    QButtonGroup *actionGroup = nullptr, *imageTypeGroup = nullptr, *colourGroup = nullptr;
-    QCheckBox *ChkRun = nullptr, *Check1 = nullptr;
-    QListWidget *List1 = nullptr, *List2 = nullptr, *List3 = nullptr;
-    QTableWidget* FG2 = nullptr;
-    QLineEdit *TxtPath = nullptr, *Text1 = nullptr, *Text3 = nullptr, *TxtEmailId = nullptr,
-              *TxtEdit = nullptr;
-    LogBox* txtLog = nullptr;
-    QLabel *lblAddress = nullptr, *lblHostID = nullptr, *lblConnections = nullptr;
-    QLabel *Image5 = nullptr, *picC = nullptr, *picUnC = nullptr;
-    QTimer* Timer1 = nullptr;
-    QMenu* mnuzMonMenu = nullptr;
-    QAction *mnuSettings = nullptr, *mnuzLigne = nullptr, *mnuQuitter = nullptr;
-    ctlSysTrayBalloon* ctlSysTrayBalloon1 = nullptr;
-    UcCloudSrvr *UcCloudSrvr1 = nullptr, *UcCloudSrvr2 = nullptr;
+    // --- controls, named as the window shows them (docs/main-window.md) ---
+    QGroupBox* Frame1 = nullptr;               // hidden: the tray test buttons
+    QGroupBox* Frame2 = nullptr;               // everything the user works with
+    QGroupBox* Frame3 = nullptr;               // hidden: the current job's paths
+    QGroupBox* Frame7 = nullptr;               // hidden: the cloud controls and files
+    QGroupBox* Frame8 = nullptr;               // hidden: the printer status pictures
+    QPushButton* Command1 = nullptr;           // "Save And Print": dispatch the buffer now
+    QPushButton* Command2 = nullptr;           // "Select Cloud Server"
+    QPushButton* Command3 = nullptr;           // "Scan => Network": the network scan window
+    QPushButton* Command4 = nullptr;           // "Properties" of the chosen printer
+    QPushButton* Command5 = nullptr;           // "Get Cloud Data": fetch a waiting cloud job
+    QPushButton* Command6 = nullptr;           // "Folder": open the job folder
+    QPushButton* Command7 = nullptr;           // "Printer Folder": the system's printer list
+    QPushButton* Command8 = nullptr;           // "Queue" of the chosen printer
+    QPushButton* Command9 = nullptr;           // check the printers' states again
+    QPushButton* cmdStartStop = nullptr;       // "Start SysTray" (hidden)
+    QPushButton* cmdClignote1 = nullptr;       // "&Blink icon" (hidden)
+    QPushButton* cmdAlternanceIcone1 = nullptr; // "&Alternate icons" (hidden)
+    QPushButton* cmdMessage1 = nullptr;        // "&Timed message" (hidden)
+    QRadioButton* Option1 = nullptr;           // "Save As Pdf"
+    QRadioButton* Option2 = nullptr;           // "Save As Image"
+    QRadioButton* Option3 = nullptr;           // "Print to Printer : =>"
+    QRadioButton* Option4 = nullptr;           // "Tiff File": keep the TIFF
+    QRadioButton* Option5 = nullptr;           // "Jpeg File": export JPEG pages
+    QRadioButton* Option6 = nullptr;           // "Grayscale"
+    QRadioButton* Option7 = nullptr;           // "Colour"
+    QRadioButton* Option8 = nullptr;           // "Others": neither TIFF nor JPEG
+    QRadioButton* Option9 = nullptr;           // "Print to Cloud Printer"
+    QButtonGroup* actionGroup = nullptr;       // Option1, 2, 3, 9
+    QButtonGroup* imageTypeGroup = nullptr;    // Option4, 5, 8
+    QButtonGroup* colourGroup = nullptr;       // Option6, 7
+    QCheckBox* ChkRun = nullptr;               // "Run Program on Windows Startup"
+    QCheckBox* Check1 = nullptr;               // "Cloud Print Server-Id :": register this id
+    QListWidget* List1 = nullptr;              // the connection log
+    QListWidget* List2 = nullptr;              // the printers; the chosen one gets print jobs
+    QListWidget* List3 = nullptr;              // hidden: files waiting on the share
+    QTableWidget* FG2 = nullptr;               // the printers with their on-line state
+    QLineEdit* TxtPath = nullptr;              // the current job's output file (shown)
+    QLineEdit* Text1 = nullptr;                // hidden: the current job's .ps file
+    QLineEdit* Text3 = nullptr;                // hidden: the Ghostscript command line
+    QLineEdit* TxtEmailId = nullptr;           // "Registered User ID :"
+    QLineEdit* TxtEdit = nullptr;              // the printer grid's cell editor (unused)
+    LogBox* txtLog = nullptr;                  // the log box
+    QLabel* lblAddress = nullptr;              // this computer's IP address
+    QLabel* lblHostID = nullptr;               // this computer's name
+    QLabel* lblConnections = nullptr;          // open connections
+    QLabel* Image5 = nullptr;                  // hidden: the tray's alternate icon
+    QLabel* picC = nullptr;                    // hidden: on-line picture
+    QLabel* picUnC = nullptr;                  // hidden: off-line picture
+    QTimer* Timer1 = nullptr;                  // one-shot printer state check
+    QMenu* mnuzMonMenu = nullptr;              // the tray icon's menu
+    QAction* mnuSettings = nullptr;            // "Settings": show the window
+    QAction* mnuzLigne = nullptr;              // separator
+    QAction* mnuQuitter = nullptr;             // "Exit"
+    ctlSysTrayBalloon* ctlSysTrayBalloon1 = nullptr; // the tray icon
+    UcCloudSrvr* UcCloudSrvr1 = nullptr;       // receives: user check, cloud job list, fetch
+    UcCloudSrvr* UcCloudSrvr2 = nullptr;       // sends: cloud job upload
 
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
@@ -152,15 +190,26 @@ private:
     void setupCloud();         // frmmain_cloud.cpp
     void setupTray();          // frmmain_tray.cpp
     bool startupEntryExists(); // frmmain_tray.cpp
+    void showMainFrameOnly();
+    void restoreUserValidated();
+    void loadCloudDestination();
     void startListening();
     JobSocket* loadSocket(int index);
     void addStatus(const QString& text);
     void connectPrinterList(); // frmmain_printers.cpp
+    JobDispatcher dispatcher();
+    void sendToCloud(const Job& job); // frmmain_cloud.cpp
+    bool fetchFirstCloudFile();       // frmmain_cloud.cpp
+    void fillPrinterGrid(QListWidget* ListControl);       // frmmain_printers.cpp
+    void markPrinterStates(const QMap<QString, bool>& offline); // frmmain_printers.cpp
+    void acceptConnection();                              // frmmain_intake.cpp
+    void unloadSocket(int Index);                         // frmmain_intake.cpp
 
     // start-up state
     bool m_Loaded = false;
     bool m_Loading = false;
     bool m_UserValidate = false;
+    ProgramIds m_Ids;
     quint16 m_RequestedPort;
     Int16 m_ListenPort;
     QString m_GsPath;
@@ -187,7 +236,4 @@ private:
     Int16 m_CurGridRow;
     Int16 m_PrevGridRow;
     bool m_InRowChange = false;
-
-    // the image object: the TIFF of the last job, frame by frame
-    std::unique_ptr<ImageFile> m_ImageFile;
 };

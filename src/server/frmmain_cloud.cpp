@@ -6,7 +6,6 @@
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
-#include "server/globals.h"
 
 #include <QCheckBox>
 #include <QGroupBox>
@@ -43,7 +42,7 @@ void frmMain::Check1_Click()
         return;
     m_UserValidate = false;
     if (Check1->isChecked() && !TxtEmailId->text().trimmed().isEmpty()) {
-        UcCloudSrvr1->setUcCloudUserId(Globals::InstallationId());
+        UcCloudSrvr1->setUcCloudUserId(m_Ids.installationId);
         UcCloudSrvr1->setUcCloudServerId(TxtEmailId->text());
         UcCloudSrvr1->UcFindServerInfo();
     }
@@ -57,7 +56,7 @@ void frmMain::UcCloudSrvr1_ValidateUser(bool found)
         return;
     }
     // Takes effect at the next start.
-    SettingsStore::put(QStringLiteral("UserValidate"), Globals::UserEMailId());
+    SettingsStore::put(QStringLiteral("UserValidate"), m_Ids.userEMailId);
 }
 
 void frmMain::Command2_Click() {}
@@ -69,7 +68,7 @@ void frmMain::Command5_Click()
         return;
     }
     if (Check1->isChecked() && !TxtEmailId->text().trimmed().isEmpty()) {
-        UcCloudSrvr1->setUcCloudUserId(Globals::InstallationId());
+        UcCloudSrvr1->setUcCloudUserId(m_Ids.installationId);
         UcCloudSrvr1->setUcCloudServerId(TxtEmailId->text());
         UcCloudSrvr1->UcCheckCloudList();
     }
@@ -82,20 +81,31 @@ void frmMain::UcCloudSrvr1_ServerInfoReturn(const QString& fileList)
         return;
     }
     List3->clear();
-    int count = 0;
-    for (const QString& name : fileList.split(u',')) {
-        if (name.trimmed().isEmpty())
-            continue;
-        List3->addItem(name);
-        ++count;
-    }
-    txtLog->append(QStringLiteral("Total Printouts Found > ") + QString::number(count) +
+    for (const QString& name : fileList.split(u','))
+        if (!name.trimmed().isEmpty())
+            List3->addItem(name);
+    txtLog->append(QStringLiteral("Total Printouts Found > ") + QString::number(List3->count()) +
                    QStringLiteral(" > \r\n\r\nPrinting now..."));
-    // Only the first file is fetched here.
+    fetchFirstCloudFile();
+}
+
+bool frmMain::fetchFirstCloudFile()
+{
+    // Only the first file is fetched here; it stays on the share.
     if (List3->count() == 0)
-        return;
+        return false;
     List3->setCurrentRow(0);
     UcCloudSrvr1->UcCheckDownloadList(List3->currentItem()->text());
+    return true;
+}
+
+void frmMain::sendToCloud(const Job& job)
+{
+    // The buffer stays as it is and no local file is made.
+    const QString folder = QStringLiteral("CloudPrint\\") + m_CloudClientUserId +
+                           QStringLiteral("\\") + m_CloudClientServerId;
+    // One character per received byte, so the job's bytes survive.
+    UcCloudSrvr2->UcUploadToCloudFile(folder, job.baseName, QString::fromLatin1(m_JobBuffer));
 }
 
 void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)

@@ -1,138 +1,114 @@
-// Job dispatch: what happens to a job once its connection has closed.
+// The window's side of a dispatch: it names the job, reads the Output box
+// once, shows the job's paths, and hands the job to JobDispatcher.
 #include "server/frmmain.h"
 
-#include "cloud/uccloudsrvr.h"
-#include "common/doevents.h"
-#include "common/msgbox.h"
-#include "common/runtimeerror.h"
-#include "convert/cdibsection.h"
+#include "common/paths.h"
+#include "convert/conversion.h"
 #include "convert/currentprinter.h"
 #include "convert/imagefile.h"
-#include "convert/jpegwriter.h"
-#include "server/jobfiles.h"
+#include "convert/tiffprint.h"
+#include "dispatch/jobdispatcher.h"
+#include "dispatch/jobfiles.h"
 
 #include <QLineEdit>
-#include <QListWidget>
+#include <QPointer>
 #include <QRadioButton>
-
-namespace
-{
-// Runs the steps of a dispatch. Once skipping is on, a step that fails is
-// passed over and the next one runs; before that a failure ends the dispatch.
-class Steps
-{
-public:
-    bool skipErrors = false;
-
-    template <typename F> void operator()(F&& step)
-    {
-        if (!skipErrors) {
-            step();
-            return;
-        }
-        try {
-            step();
-        } catch (const RuntimeError& e) {
-            Log::line(QStringLiteral("Passed over: Run-time error '%1': %2")
-                          .arg(e.number())
-                          .arg(e.description()));
-        } catch (const std::exception& e) {
-            Log::line(QStringLiteral("Passed over: %1").arg(QString::fromLocal8Bit(e.what())));
-        }
-    }
-};
-
-void wipeUntilDone(const QString& path)
-{
-    while (!WipeFile(path)) {
-        DoEvents();
-        DoEvents();
-    }
-}
-} // namespace
 
 void frmMain::Command1_Click()
 {
     m_FileName = jobBaseName();
     DoChangeOption();
-
-    if (Option9->isChecked()) {
-        // Uploaded to the cloud print store: the buffer stays as it is and no
-        // local file is made.
-        const QString folder = QStringLiteral("CloudPrint\\") + m_CloudClientUserId +
-                               QStringLiteral("\\") + m_CloudClientServerId;
-        // One character per received byte, so the job's bytes survive.
-        UcCloudSrvr2->UcUploadToCloudFile(folder, m_FileName, QString::fromLatin1(m_JobBuffer));
+    const Job job = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
+    if (job.choice.action == OutputChoice::Action::Cloud) {
+        sendToCloud(job);
         return;
     }
-
-    SavePSFile(m_JobBuffer);
-    DoConvertPs2PdfImage();
+    SavePSFile(job, m_JobBuffer);
+    DoConvertPs2PdfImage(job);
     m_JobBuffer.clear();
+    // Data that arrive from here on make the next job.
+    dispatcher().complete(job);
+}
 
-    // A nested dispatch (run from inside one of the waits below) names its
-    // own files: this one finishes the files it started.
-    const QString output = TxtPath->text();
-    const QString psFile = Text1->text();
-    Steps step;
+OutputChoice frmMain::outputChoice() const
+{
+    using Action = OutputChoice::Action;
+    OutputChoice choice;
+    // Print wins over image, image over PDF.
+    choice.action = Option9->isChecked()   ? Action::Cloud
+                    : Option3->isChecked() ? Action::Print
+                    : Option2->isChecked() ? Action::Image
+                    : Option1->isChecked() ? Action::Pdf
+                                           : Action::None;
+    choice.image = Option4->isChecked()   ? OutputChoice::ImageKind::Tiff
+                   : Option5->isChecked() ? OutputChoice::ImageKind::Jpeg
+                                          : OutputChoice::ImageKind::Other;
+    choice.colour = Option7->isChecked();
+    return choice;
+}
 
-    if (Option3->isChecked()) {
-        const QString previous = CurrentPrinter::DeviceName();
-        SelectPrinterByName(List2Text());
-        DoWait4FilePS2PDFCreated(output);
-        PrintTiff(output);
-        SelectPrinterByName(previous);
-        wipeUntilDone(output);
-    } else if (Option1->isChecked()) {
-        while (IsFileTiffPDFLocked(output)) {
-            DoEvents();
-            DoEvents();
-        }
-    } else if (Option2->isChecked()) {
-        m_ImageFile = std::make_unique<ImageFile>();
-        while (!TiffLoadFile(output)) {
-            DoEvents();
-            DoEvents();
-        }
-        if (Option4->isChecked()) {
-            // the TIFF is kept
-        } else if (Option5->isChecked()) {
-            const QString prefix = output.left(output.size() - 4);
-            int frames = 0;
-            step([&] { frames = m_ImageFile->FrameCount(); });
-            if (frames > 1) {
-                step.skipErrors = true;
-                for (int page = 1; page <= frames; ++page) {
-                    cDIBSection dib;
-                    bool saved = false;
-                    step([&] { m_ImageFile->setActiveFrame(page); });
-                    step([&] { dib.CreateFromPicture(m_ImageFile->Picture()); });
-                    step([&] {
-                        saved = SaveJPG(dib,
-                                        prefix + QStringLiteral("_00") + QString::number(page) +
-                                            QStringLiteral(".jpg"),
-                                        95);
-                    });
-                    // The message names the page without the underscore, as it always has.
-                    if (!saved)
-                        step([&] {
-                            MsgBox(QStringLiteral("Failed to save the picture to the file: '") +
-                                       prefix + QStringLiteral("00") + QString::number(page) +
-                                       QStringLiteral(".jpg") + QStringLiteral("'"),
-                                   MsgIcon::Exclamation);
-                        });
-                }
-            } else {
-                cDIBSection dib;
-                dib.CreateFromPicture(m_ImageFile->Picture());
-                if (!SaveJPG(dib, prefix + QStringLiteral(".jpg"), 95))
-                    MsgBox(QStringLiteral("Failed to save the picture to the file: '") + prefix +
-                               QStringLiteral(".jpg") + QStringLiteral("'"),
-                           MsgIcon::Exclamation);
-            }
-            step([&] { wipeUntilDone(output); });
-        }
-    }
+JobDispatcher frmMain::dispatcher()
+{
+    // The log box may be gone when a Ghostscript run ends with the closing window.
+    QPointer<LogBox> log = txtLog;
+    return JobDispatcher({m_GsPath, List2Text(),
+                          [log](const QString& line) {
+                              if (log)
+                                  log->append(line);
+                          },
+                          this});
+}
 
-    step([&] { wipeUntilDone(psFile); });
+void frmMain::DoChangeOption()
+{
+    // A file type always brings the main choice back to "Save As Image".
+    if (Option4->isChecked() || Option5->isChecked())
+        Option2->setChecked(true);
+    else
+        Option8->setChecked(true);
+    const Job shown = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
+    if (!shown.outputPath.isEmpty())
+        TxtPath->setText(shown.outputPath);
+}
+
+void frmMain::SavePSFile(const Job& job, const QByteArray& PSString)
+{
+    Text1->setText(job.psPath);
+    dispatcher().save(job, PSString);
+}
+
+void frmMain::DoConvertPs2PdfImage(const Job& job)
+{
+    const JobDispatcher road = dispatcher();
+    const QString commandLine = road.commandLine(job);
+    if (commandLine.isEmpty())
+        return;
+    Text3->setText(commandLine);
+    road.convert(job);
+}
+
+void frmMain::DoWait4FilePS2PDFCreated(const QString& FileName)
+{
+    WaitForFileCreated(FileName);
+}
+
+bool frmMain::IsFileTiffPDFLocked(const QString& FileName)
+{
+    return IsFileLocked(FileName);
+}
+
+void frmMain::PrintTiff(const QString& TiffFilePath)
+{
+    PrintTiffPages(TiffFilePath, [this](const QString& line) { txtLog->append(line); });
+}
+
+bool frmMain::TiffLoadFile(const QString& FileName)
+{
+    ImageFile image;
+    return TiffLoad(image, FileName);
+}
+
+void frmMain::SelectPrinterByName(const QString& name)
+{
+    CurrentPrinter::SelectByName(name);
 }

@@ -79,6 +79,11 @@ void frmMain::Socket_ConnectionRequest(int Index, qintptr requestID)
 
     addStatus(m_StatusText);
     m_LastRequestId = QString::number(requestID);
+    acceptConnection();
+}
+
+void frmMain::acceptConnection()
+{
     ++m_ConnCount;
     lblConnections->setText(m_ConnCount.toString());
 
@@ -111,14 +116,18 @@ void frmMain::Socket_Close(int Index)
     m_StatusText = QStringLiteral("Connection closed: ") + socket->RemoteHostIP();
     addStatus(m_StatusText);
 
+    unloadSocket(Index);
+    if (m_JobBuffer.holdsMoreThanBlanks())
+        Command1_Click();
+}
+
+void frmMain::unloadSocket(int Index)
+{
+    JobSocket* socket = m_Socket.at(Index);
     socket->disconnect(this);
     socket->Close();
     m_Socket.erase(Index);
     socket->deleteLater();
-
     --m_ConnCount;
     lblConnections->setText(m_ConnCount.toString());
-
-    if (m_JobBuffer.holdsMoreThanBlanks())
-        Command1_Click();
 }

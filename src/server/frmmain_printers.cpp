@@ -104,12 +104,10 @@ void frmMain::connectPrinterList()
 
 void frmMain::PopulateListControlWithPrinters(QListWidget* ListControl)
 {
-    // 1.
     ListControl->clear();
     const QStringList printers = installedPrinterNames();
     FG2->setColumnCount(2);
-
-    // 2. The remembered name selects its printer whatever its case and blanks.
+    // The remembered name selects its printer whatever its case and blanks.
     if (!printers.isEmpty()) {
         if (m_PrinterName.trimmed().isEmpty())
             m_PrinterName = CurrentPrinter::DeviceName();
@@ -122,8 +120,14 @@ void frmMain::PopulateListControlWithPrinters(QListWidget* ListControl)
     } else {
         ListControl->addItem(QStringLiteral("(No Printer Installed)"));
     }
+    fillPrinterGrid(ListControl);
+    FG2_RowColChange();
+    Timer1->start(); // the on-line states, once the window shows
+}
 
-    // 3.-4. The grid mirrors the list; its own row changes are not handled meanwhile.
+void frmMain::fillPrinterGrid(QListWidget* ListControl)
+{
+    // The grid mirrors the list; its own row changes are not handled meanwhile.
     m_InRowChange = true;
     FG2->clearContents();
     FG2->setColumnCount(2);
@@ -138,8 +142,7 @@ void frmMain::PopulateListControlWithPrinters(QListWidget* ListControl)
         }
         m_PrinterTable[size_t(i + 1)] = {name->text(), QString()};
     }
-
-    // 5.
+    // The chosen printer's row is the grid's current row.
     m_CurGridRow = ListControl->currentRow() + 1;
     FG2->setColumnWidth(0, twips(300));
     FG2->setColumnWidth(1, twips(3800));
@@ -149,10 +152,6 @@ void frmMain::PopulateListControlWithPrinters(QListWidget* ListControl)
         FG2->setCurrentCell(-1, -1);
     m_PrevGridRow = 0;
     m_InRowChange = false;
-
-    // 6.-7.
-    FG2_RowColChange();
-    Timer1->start();
 }
 
 void frmMain::FG2_RowColChange()
@@ -191,7 +190,12 @@ void frmMain::List2_KeyUp()
 void frmMain::Timer1_Timer()
 {
     Timer1->stop();
-    const QMap<QString, bool> states = PrinterTools::offlineStates();
+    markPrinterStates(PrinterTools::offlineStates());
+}
+
+void frmMain::markPrinterStates(const QMap<QString, bool>& states)
+{
+    // Only rows whose state changed get a new picture.
     for (auto it = states.cbegin(); it != states.cend(); ++it) {
         const QString workOffline = it.value() ? QStringLiteral("True") : QStringLiteral("False");
         for (int r = 1; r <= FG2->rowCount() && r <= kLastPrinterRow; ++r) {

@@ -8,6 +8,7 @@
 #include <QCommandLineParser>
 #include <QListWidget>
 #include <QRadioButton>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -75,10 +76,9 @@ bool RunOptions::parse(const QStringList& arguments)
     headless = headless || parser.isSet(headlessOpt);
     programFolder = parser.value(folderOpt);
     output = parser.value(outputOpt).trimmed().toLower();
-    static const QStringList kinds{QStringLiteral("pdf"), QStringLiteral("tiff"),
-                                   QStringLiteral("jpeg"), QStringLiteral("print"),
-                                   QStringLiteral("cloud")};
-    if (parser.isSet(outputOpt) && !kinds.contains(output)) {
+    const bool known = std::any_of(outputWords().begin(), outputWords().end(),
+                                   [&](const OutputWord& w) { return w.word == output; });
+    if (parser.isSet(outputOpt) && (!known || output == QLatin1String("colour"))) {
         std::fprintf(stderr, "--output: one of pdf, tiff, jpeg, print, cloud; not %s\n",
                      qPrintable(parser.value(outputOpt)));
         return false;
@@ -86,6 +86,30 @@ bool RunOptions::parse(const QStringList& arguments)
     colour = parser.isSet(colourOpt);
     printer = parser.value(printerOpt);
     return true;
+}
+
+const std::vector<OutputWord>& outputWords()
+{
+    static const std::vector<OutputWord> words{
+        {QStringLiteral("pdf"), {&frmMain::Option1}},
+        {QStringLiteral("tiff"), {&frmMain::Option2, &frmMain::Option4}},
+        {QStringLiteral("jpeg"), {&frmMain::Option2, &frmMain::Option5}},
+        {QStringLiteral("print"), {&frmMain::Option3}},
+        {QStringLiteral("cloud"), {&frmMain::Option9}},
+        {QStringLiteral("colour"), {&frmMain::Option7}},
+    };
+    return words;
+}
+
+bool clickOutputWord(frmMain& window, const QString& word)
+{
+    for (const OutputWord& w : outputWords())
+        if (w.word == word) {
+            for (QRadioButton* frmMain::*button : w.clicks)
+                (window.*button)->click();
+            return true;
+        }
+    return false;
 }
 
 namespace
@@ -107,26 +131,15 @@ QListWidgetItem* printerItem(QListWidget* list, const QString& name)
 void RunOptions::apply(frmMain& window) const
 {
     // The same clicks a user would make, so the window's own handlers decide.
-    if (output == QLatin1String("pdf")) {
-        window.Option1->click();
-    } else if (output == QLatin1String("tiff")) {
-        window.Option2->click();
-        window.Option4->click();
-    } else if (output == QLatin1String("jpeg")) {
-        window.Option2->click();
-        window.Option5->click();
-    } else if (output == QLatin1String("print")) {
-        window.Option3->click();
-    } else if (output == QLatin1String("cloud")) {
-        if (!window.Option9->isEnabled())
-            Log::line(QStringLiteral("--output cloud: no cloud server is chosen "
-                                     "(CloudClientUserId, CloudClientServerId); the output stays "
-                                     "as it was"),
-                      true);
-        window.Option9->click();
-    }
+    if (output == QLatin1String("cloud") && !window.Option9->isEnabled())
+        Log::line(QStringLiteral("--output cloud: no cloud server is chosen "
+                                 "(CloudClientUserId, CloudClientServerId); the output stays "
+                                 "as it was"),
+                  true);
+    if (!output.isEmpty())
+        clickOutputWord(window, output);
     if (colour)
-        window.Option7->click();
+        clickOutputWord(window, QStringLiteral("colour"));
     if (!printer.isNull()) {
         if (QListWidgetItem* item = printerItem(window.List2, printer)) {
             window.List2->setCurrentItem(item);

@@ -1,9 +1,21 @@
 #pragma once
 
 #include <QString>
+#include <vector>
 
 class QApplication;
+class QRadioButton;
 class frmMain;
+
+// The words of --output (and "colour"), each as the buttons of the Output
+// box a user clicks for it, in order.
+struct OutputWord {
+    QString word;
+    std::vector<QRadioButton* frmMain::*> clicks;
+};
+const std::vector<OutputWord>& outputWords();
+// Clicks the buttons of a word; false for an unknown word.
+bool clickOutputWord(frmMain& window, const QString& word);
 
 // The command line: how the server runs and, for a server without its
 // window, what it does with jobs.

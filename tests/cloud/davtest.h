@@ -3,7 +3,7 @@
 // The Apache share of the webdav fixture, and a ThinDavApi run to its end.
 #include "cloud/thindavapi.h"
 #include "common/msgbox.h"
-#include "freeport.h"
+#include "testsupport.h"
 #include "testsupport.h"
 
 #include <QCoreApplication>

@@ -3,7 +3,7 @@
 // Shared by the convert tests: real Ghostscript pages and small checks.
 
 #include "common/runtimeerror.h"
-#include "psjob.h"
+#include "testsupport.h"
 
 #include <QDir>
 #include <QFile>

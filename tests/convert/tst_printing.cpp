@@ -8,10 +8,10 @@
 #include "convert/currentprinter.h"
 #include "convert/printers.h"
 #include "converttest.h"
-#include "freeport.h"
+#include "testsupport.h"
 #include "netscan/frmnetscan.h"
 #include "platform/printertools.h"
-#include "printtest.h"
+#include "testsupport.h"
 #include "server/frmmain.h"
 
 #include <QLabel>

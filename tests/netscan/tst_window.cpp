@@ -3,7 +3,7 @@
 #include "common/msgbox.h"
 #include "common/paths.h"
 #include "common/settings.h"
-#include "freeport.h"
+#include "testsupport.h"
 #include "netscan/frmnetscan.h"
 #include "server/frmmain.h"
 

@@ -1,40 +1,18 @@
 // The main window's cloud actions against the Apache share of the webdav
 // fixture: a TCP job sent to the cloud printer, fetched by another window
-// with "Get Cloud Data" and printed there like a TCP job.
-#include "cloud/uccloudsrvr.h"
-#include "common/msgbox.h"
-#include "common/paths.h"
-#include "common/settings.h"
-#include "freeport.h"
-#include "server/frmmain.h"
-#include "server/globals.h"
+// with "Get Cloud Data" and dispatched there like a TCP job.
 #include "testsupport.h"
 
-#include <QCheckBox>
-#include <QDir>
+#include "cloud/uccloudsrvr.h"
+#include "server/runoptions.h"
+
 #include <QDirIterator>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QProcess>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QTest>
-#include <memory>
 
 namespace
 {
 const QString kInstallation = QStringLiteral("quorvel-test");
 const QString kEmail = QStringLiteral("printer@example.org");
-
-void makeCollection(const QString& path)
-{
-    QDir().mkpath(path);
-    // Apache writes as www-data.
-    QProcess::execute(QStringLiteral("chown"),
-                      {QStringLiteral("-R"), QStringLiteral("www-data:www-data"), path});
-}
+const ProgramIds kIds{kEmail, kInstallation};
 
 QStringList filesBelow(const QString& folder)
 {
@@ -49,124 +27,128 @@ QStringList filesBelow(const QString& folder)
 class TestCloudActions : public QObject
 {
     Q_OBJECT
-private slots:
-    void initTestCase()
+    QMap<QString, QString> m_dav = serviceEnv(QStringLiteral("webdav"));
+    QString m_collection; // this installation's jobs on the share
+
+    // A window that knows the share; validated unless told otherwise.
+    frmMain& start(TestServer& s, bool validated = true, ProgramIds ids = kIds)
     {
-        const auto env = serviceEnv(QStringLiteral("webdav"));
-        m_url = env.value(QStringLiteral("DAV_URL"));
-        m_root = env.value(QStringLiteral("DAV_ROOT"));
-        QVERIFY2(!m_url.isEmpty(), "the webdav fixture is not running");
-        m_user = env.value(QStringLiteral("DAV_USER"));
-        m_password = env.value(QStringLiteral("DAV_PASSWORD"));
+        s.put("CloudBaseUrl", m_dav.value(QStringLiteral("DAV_URL")));
+        s.put("CloudUser", m_dav.value(QStringLiteral("DAV_USER")));
+        s.put("CloudPassword", m_dav.value(QStringLiteral("DAV_PASSWORD")));
+        if (validated)
+            s.put("UserValidate", ids.userEMailId);
+        return s.start(ids);
     }
 
+private slots:
     void init()
     {
-        m_dir = std::make_unique<QTemporaryDir>();
-        Paths::setProgramFolder(m_dir->path());
-        SettingsStore::setFolder(m_dir->filePath(QStringLiteral("settings")));
-        SettingsStore::put(QStringLiteral("CloudBaseUrl"), m_url);
-        SettingsStore::put(QStringLiteral("CloudUser"), m_user);
-        SettingsStore::put(QStringLiteral("CloudPassword"), m_password);
-        Globals::InstallationId() = kInstallation;
-        Globals::UserEMailId() = kEmail;
-        m_messages.clear();
-        setMsgRecorder([this](const Message& m) { m_messages << m.text; });
-        QDir(m_root + QStringLiteral("/CloudPrint")).removeRecursively();
-        makeCollection(m_root + QStringLiteral("/CloudPrint/") + kInstallation + u'/' + kEmail);
-    }
-    void cleanup()
-    {
-        setMsgRecorder({});
-        SettingsStore::setFolder(QString());
-        Globals::UserEMailId().clear();
+        const QString root = m_dav.value(QStringLiteral("DAV_ROOT"));
+        QVERIFY2(!root.isEmpty(), "the webdav fixture is not running");
+        QDir(root + QStringLiteral("/CloudPrint")).removeRecursively();
+        m_collection = root + QStringLiteral("/CloudPrint/") + kInstallation + u'/' + kEmail;
+        QDir().mkpath(m_collection);
+        // Apache writes as www-data.
+        QProcess::execute(QStringLiteral("chown"),
+                          {QStringLiteral("-R"), QStringLiteral("www-data:www-data"),
+                           root + QStringLiteral("/CloudPrint")});
     }
 
     void jobTravelsThroughTheShare()
     {
-        const QByteArray job = "%!PS\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
-                               "(Cloud job \xe9\xfc) show showpage\n";
-        // The sender prints to this installation's collection.
-        SettingsStore::put(QStringLiteral("CloudClientUserId"), kInstallation);
-        SettingsStore::put(QStringLiteral("CloudClientServerId"), kEmail);
-        const quint16 sendPort = freePort();
-        frmMain sender(sendPort);
-        QVERIFY(sender.Option9->isEnabled());
-        sender.Option9->click();
+        QByteArray job = "%!PS\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
+                         "(Cloud job \xe9\xfc) show showpage\n";
+        QString sentAs;
         {
-            QTcpSocket client;
-            client.connectToHost(QHostAddress::LocalHost, sendPort);
-            QVERIFY(client.waitForConnected(5000));
-            client.write(job);
-            QVERIFY(client.waitForBytesWritten(5000));
-            client.disconnectFromHost();
+            // The sender prints to this installation's collection.
+            TestServer s;
+            s.put("CloudClientUserId", kInstallation);
+            s.put("CloudClientServerId", kEmail);
+            frmMain& sender = start(s, false);
+            QVERIFY(clickOutputWord(sender, QStringLiteral("cloud")));
+            sendJob(s.port, job);
+            QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
+            sentAs = sender.fileName() + QStringLiteral(".ps");
+            QVERIFY(filesBelow(m_collection)[0].endsWith(sentAs));
+            QTRY_VERIFY(s.shown().contains(QLatin1String("Print Uploaded to Cloud...")));
+            // Nothing local: no job file, and the buffer keeps the job.
+            QCOMPARE(s.jobFiles(), QStringList());
+            QCOMPARE(sender.jobBuffer(), job);
         }
-        const QString collection =
-            m_root + QStringLiteral("/CloudPrint/") + kInstallation + u'/' + kEmail;
-        QTRY_COMPARE_WITH_TIMEOUT(filesBelow(collection).size(), 1, 15000);
-        QVERIFY(filesBelow(collection)[0].endsWith(sender.fileName() + QStringLiteral(".ps")));
-        QVERIFY(m_messages.join(u'|').contains(QStringLiteral("Print Uploaded to Cloud...")));
-        // Nothing local: no job file, and the buffer keeps the job.
-        QCOMPARE(QDir(Paths::jobFolder()).entryList(QDir::Files), QStringList());
-        QCOMPARE(sender.jobBuffer(), job);
-
         // The receiving window: validated at start-up, saves jobs as PDF.
-        SettingsStore::put(QStringLiteral("UserValidate"), kEmail);
-        frmMain receiver(freePort());
+        TestServer s;
+        frmMain& receiver = start(s);
         QVERIFY(receiver.Check1->isChecked());
-        QVERIFY(receiver.Option1->isChecked());
-        QByteArray fetched;
-        connect(receiver.UcCloudSrvr1, &UcCloudSrvr::CloudFileReceived, this,
-                [&](QString& data) { fetched = data.toLatin1(); });
         receiver.Command5->click();
-        QTRY_COMPARE_WITH_TIMEOUT(receiver.List3->count(), 1, 15000);
-        QTRY_COMPARE_WITH_TIMEOUT(fetched, job, 15000);
-        QVERIFY(receiver.txtLog->text().contains(
-            QStringLiteral("Total Printouts Found > 1 > \r\n\r\nPrinting now...")));
         // Dispatched like a TCP job: the PDF stays, the .ps goes; the file stays on the share.
-        const QString pdf =
-            Paths::jobFolder() + u'/' + receiver.fileName() + QStringLiteral(".pdf");
-        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(pdf).size() > 0, 30000);
-        QTRY_COMPARE_WITH_TIMEOUT(QDir(Paths::jobFolder()).entryList(QDir::Files),
-                                  QStringList{receiver.fileName() + QStringLiteral(".pdf")}, 30000);
-        QCOMPARE(filesBelow(collection).size(), 1);
+        QTRY_VERIFY_WITH_TIMEOUT(s.jobFiles() == QStringList{receiver.fileName() + ".pdf"}, 30000);
+        QCOMPARE(receiver.List3->item(0)->text(), sentAs);
+        QVERIFY(receiver.txtLog->text().endsWith(
+            QStringLiteral("Total Printouts Found > 1 > \r\n\r\nPrinting now...\r\n")));
+        QCOMPARE(filesBelow(m_collection).size(), 1);
+    }
+
+    // What the receiving window does with a listing or a fetched file.
+    void receivedListsAndFiles_data()
+    {
+        QTest::addColumn<QString>("list");    // as the control returns it
+        QTest::addColumn<QStringList>("rows"); // List3 afterwards
+        QTest::addColumn<QString>("data");    // then a fetched file's text
+        QTest::addColumn<bool>("job");        // whether it made a job
+        QTest::newRow("blank names are left out")
+            << " ,a.ps, ,b.ps" << QStringList{"a.ps", "b.ps"} << "%!PS\nshowpage\n" << true;
+        QTest::newRow("blanks only make no job")
+            << "a.ps" << QStringList{"a.ps"} << " \r\n\t \n" << false;
+    }
+
+    void receivedListsAndFiles()
+    {
+        QFETCH(QString, list);
+        QFETCH(QStringList, rows);
+        QFETCH(QString, data);
+        QFETCH(bool, job);
+        TestServer s;
+        frmMain& w = start(s);
+        w.UcCloudSrvr1_ServerInfoReturn(list);
+        QStringList shown;
+        for (int i = 0; i < w.List3->count(); ++i)
+            shown << w.List3->item(i)->text();
+        QCOMPARE(shown, rows);
+        QCOMPARE(w.List3->currentRow(), 0); // the first is fetched
+        QVERIFY(w.txtLog->text().contains(QStringLiteral("Total Printouts Found > %1 > ")
+                                              .arg(rows.size())));
+        const QString before = w.fileName();
+        QTest::qWait(1100); // a dispatch now names a new job
+        w.UcCloudSrvr1_CloudFileReceived(data);
+        QCOMPARE(w.fileName() != before, job);
+        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), job ? 1 : 0, 30000);
     }
 
     void messagesWithoutJobsOrValidation()
     {
         {
-            frmMain notValidated(freePort());
-            QVERIFY(!notValidated.Check1->isChecked());
-            notValidated.Command5->click();
-            QCOMPARE(m_messages, QStringList{QStringLiteral("User Id Not Validated...")});
+            TestServer s;
+            start(s, false).Command5->click();
+            QCOMPARE(s.shown(), QStringLiteral("User Id Not Validated..."));
         }
-        m_messages.clear();
-        SettingsStore::put(QStringLiteral("UserValidate"), kEmail);
-        frmMain form(freePort());
-        form.Command5->click(); // the collection is empty
-        QTRY_COMPARE_WITH_TIMEOUT(m_messages, QStringList{QStringLiteral("No Files Found...")},
-                                  15000);
+        TestServer s;
+        start(s).Command5->click(); // the collection is empty
+        QTRY_COMPARE_WITH_TIMEOUT(s.shown(), QStringLiteral("No Files Found..."), 15000);
     }
 
     void unknownUserUntagsTheBox()
     {
         // The share has no collection for this installation.
-        Globals::InstallationId() = QStringLiteral("not-on-the-share");
-        Globals::UserEMailId() = QStringLiteral("nobody@example.org");
-        frmMain form(freePort());
-        form.TxtEmailId->setText(QStringLiteral("nobody@example.org"));
-        form.Check1->setChecked(true); // the user ticks the box
-        QTRY_VERIFY_WITH_TIMEOUT(
-            m_messages.contains(QStringLiteral("User Id not found on server...")), 15000);
-        QVERIFY(!form.Check1->isChecked());
-        QVERIFY(!form.userValidated());
+        TestServer s;
+        frmMain& w = start(s, false, {QString(), QStringLiteral("not-on-the-share")});
+        w.TxtEmailId->setText(QStringLiteral("nobody@example.org"));
+        w.Check1->setChecked(true); // the user ticks the box
+        QTRY_VERIFY_WITH_TIMEOUT(s.shown().endsWith(QLatin1String("User Id not found on server...")),
+                                 15000);
+        QVERIFY(!w.Check1->isChecked() && !w.userValidated());
         QCOMPARE(SettingsStore::get(QStringLiteral("UserValidate")), QString());
     }
-
-private:
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QStringList m_messages;
-    QString m_url, m_root, m_user, m_password;
 };
 
 QTEST_MAIN(TestCloudActions)

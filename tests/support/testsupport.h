@@ -1,9 +1,35 @@
 #pragma once
 
+// What the tests share: the service fixtures' settings, free ports, sample
+// jobs, real tools, the private CUPS scheduler, and a main window in a
+// private program folder with its messages recorded.
+
+#include "common/msgbox.h"
+#include "common/paths.h"
+#include "common/settings.h"
+#include "server/frmmain.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QByteArray>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QMap>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+#include <memory>
+#include <vector>
 
 // What a service fixture wrote into $QUORVEL_TEST_STATE/NAME.env (KEY=VALUE lines).
 inline QMap<QString, QString> serviceEnv(const QString& name)
@@ -20,4 +46,192 @@ inline QMap<QString, QString> serviceEnv(const QString& name)
             env.insert(line.left(eq), line.mid(eq + 1));
     }
     return env;
+}
+
+// A TCP port that nothing listens on right now.
+inline quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
+// A PostScript job of the given number of Letter pages: text, colour fills
+// and a gray ramp on every page, as a client would send it.
+inline QByteArray makePsJob(int pages)
+{
+    const QByteArray n = QByteArray::number(pages);
+    QByteArray ps = "%!PS-Adobe-3.0\n%%Creator: quorvel tests\n%%Title: test job " + n +
+                    " pages\n%%Pages: " + n +
+                    "\n%%BoundingBox: 0 0 612 792\n%%EndComments\n"
+                    "%%BeginProlog\n/F { findfont exch scalefont setfont } bind def\n"
+                    "%%EndProlog\n";
+    for (int i = 1; i <= pages; ++i) {
+        const QByteArray p = QByteArray::number(i);
+        ps += "%%Page: " + p + " " + p +
+              "\n<< /PageSize [612 792] >> setpagedevice\ngsave\n"
+              "24 /Helvetica-Bold F 72 720 moveto (Test page " +
+              p + " of " + n +
+              ") show\n"
+              "10 /Times-Roman F\n"
+              "0 1 40 { /y exch def 72 680 y 14 mul sub moveto (The quick brown fox jumps "
+              "over the lazy dog 0123456789 line ) show y 3 string cvs show } for\n"
+              "1 0 0 setrgbcolor 72 72 150 100 rectfill\n"
+              "0 0.6 0 setrgbcolor 250 72 150 100 rectfill\n"
+              "0 0 1 setrgbcolor 428 72 112 100 rectfill\n"
+              "0 1 99 { /k exch def k 99 div setgray 72 k 4.68 mul add 190 4.68 40 rectfill } "
+              "for\n"
+              "0 setgray 2 setlinewidth 72 240 moveto 540 240 lineto stroke\n"
+              "grestore\nshowpage\n";
+    }
+    return ps + "%%EOF\n";
+}
+
+// What a program prints (stdout, then stderr), or "" when it cannot be run.
+inline QString runTool(const QString& program, const QStringList& args)
+{
+    QProcess p;
+    p.start(program, args);
+    if (!p.waitForFinished(60000))
+        return QString();
+    return QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError());
+}
+
+inline int pdfPages(const QString& path)
+{
+    for (const QString& line : runTool(QStringLiteral("pdfinfo"), {path}).split(u'\n'))
+        if (line.startsWith(QLatin1String("Pages:")))
+            return line.mid(6).trimmed().toInt();
+    return -1;
+}
+
+// Another process that keeps the file open (bash redirection ">>" or "<")
+// until this goes away.
+struct FileHolder {
+    QProcess p;
+    explicit FileHolder(const QString& path, const char* redirect = ">>")
+    {
+        p.start(QStringLiteral("bash"),
+                {QStringLiteral("-c"),
+                 QStringLiteral("exec 3%1\"$1\"; echo ready; exec sleep 60").arg(redirect),
+                 QStringLiteral("holder"), path});
+        p.waitForReadyRead(10000);
+    }
+    ~FileHolder()
+    {
+        p.kill();
+        p.waitForFinished(10000);
+    }
+};
+
+// The queues of the cups fixture: cups-pdf (printed pages land as PDF files
+// in CUPS_PDF_OUT), a file queue and one that rejects jobs.
+struct Cups {
+    QMap<QString, QString> env = serviceEnv(QStringLiteral("cups"));
+    QString value(const char* key) const { return env.value(QLatin1String(key)); }
+    QString pdfQueue() const { return value("CUPS_PDF_QUEUE"); }
+    QString fileQueue() const { return value("CUPS_FILE_QUEUE"); }
+    QString rejectQueue() const { return value("CUPS_REJECT_QUEUE"); }
+    QStringList printed() const
+    {
+        return QDir(value("CUPS_PDF_OUT")).entryList({QStringLiteral("*.pdf")}, QDir::Files);
+    }
+    // cups-pdf keeps a PDF private (0600) until it is complete.
+    QString newCompletePdf(const QStringList& before) const
+    {
+        for (const QString& name : printed()) {
+            const QFileInfo info(value("CUPS_PDF_OUT") + QStringLiteral("/") + name);
+            if (!before.contains(name) && (info.permissions() & QFile::ReadOther))
+                return info.filePath();
+        }
+        return QString();
+    }
+};
+
+// A test main on the private scheduler, set before anything asks CUPS.
+#define QUORVEL_CUPS_TEST_MAIN(TestClass)                                                          \
+    int main(int argc, char* argv[])                                                               \
+    {                                                                                              \
+        const Cups cups;                                                                           \
+        if (!cups.env.isEmpty()) {                                                                 \
+            qputenv("CUPS_SERVER", cups.value("CUPS_SERVER").toLocal8Bit());                       \
+            qputenv("IPP_PORT", cups.value("CUPS_PORT").toLocal8Bit());                            \
+        }                                                                                          \
+        QApplication app(argc, argv);                                                              \
+        QApplication::setQuitOnLastWindowClosed(false);                                            \
+        TestClass test;                                                                            \
+        return QTest::qExec(&test, argc, argv);                                                    \
+    }
+
+// A main window on a free loopback port, in its own program folder (with a
+// blank in its name, so that every quoted path is tried with one) and its
+// own settings; every message shown is recorded. Settings put before
+// start() are what the window loads.
+struct TestServer {
+    QTemporaryDir root;
+    QString folder = root.path() + QStringLiteral("/program folder");
+    quint16 port = freePort();
+    std::vector<Message> messages;
+    std::unique_ptr<frmMain> window;
+
+    TestServer()
+    {
+        QDir().mkpath(folder);
+        Paths::setProgramFolder(folder);
+        SettingsStore::setFolder(root.filePath(QStringLiteral("settings")));
+        setMsgRecorder([this](const Message& m) { messages.push_back(m); });
+    }
+    ~TestServer()
+    {
+        // Ghostscript closes its output a moment before it exits.
+        if (window)
+            QTRY_VERIFY_WITH_TIMEOUT(window->findChildren<QProcess*>().isEmpty(), 60000);
+        window.reset();
+        setMsgRecorder({});
+        SettingsStore::setFolder(QString());
+    }
+    frmMain& start(ProgramIds ids = {QString(), QStringLiteral("quorvel-test")})
+    {
+        window = std::make_unique<frmMain>(port, std::move(ids));
+        return *window;
+    }
+    void put(const char* key, const QString& value)
+    {
+        SettingsStore::put(QLatin1String(key), value);
+    }
+
+    QString jobFolder() const { return Paths::jobFolder(); }
+    QString jobPath(const QString& name) const { return jobFolder() + QDir::separator() + name; }
+    QStringList jobFiles() const
+    {
+        return QDir(jobFolder()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+    }
+    // Every message shown, for failure output.
+    QString shown() const
+    {
+        QStringList texts;
+        for (const Message& m : messages)
+            texts << m.text;
+        return texts.join(u'|');
+    }
+};
+
+// Sends a job the way a network client does: connect, write everything,
+// close. Returns at once; the socket goes away once the server has it all.
+inline QTcpSocket* sendJob(quint16 port, const QByteArray& data, bool close = true)
+{
+    auto* c = new QTcpSocket;
+    QObject::connect(c, &QTcpSocket::connected, c, [c, data, close] {
+        c->write(data);
+        if (close)
+            c->disconnectFromHost(); // after the pending bytes
+    });
+    QObject::connect(c, &QTcpSocket::disconnected, c, &QObject::deleteLater);
+    QObject::connect(c, &QTcpSocket::errorOccurred, c, [c](QAbstractSocket::SocketError e) {
+        if (e != QAbstractSocket::RemoteHostClosedError)
+            qWarning("client: %s", qPrintable(c->errorString()));
+        c->deleteLater();
+    });
+    c->connectToHost(QHostAddress::LocalHost, port);
+    return c;
 }

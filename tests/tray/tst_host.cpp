@@ -4,7 +4,7 @@
 #include "common/msgbox.h"
 #include "common/paths.h"
 #include "common/settings.h"
-#include "freeport.h"
+#include "testsupport.h"
 #include "platform/startupentry.h"
 #include "server/frmmain.h"
 #include "traytest.h"

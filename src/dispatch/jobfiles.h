@@ -13,3 +13,11 @@ QString jobBaseName(const QDateTime& when = QDateTime::currentDateTime());
 // gone counts as wiped. While another process holds the file open it is
 // left alone, as Windows would refuse to open it.
 bool WipeFile(const QString& path);
+
+// Wipes the file, trying again (events run between tries) until it is gone.
+void WipeUntilDone(const QString& path);
+
+// Writes the job's bytes as received, then the line end of one print
+// statement. Raises run-time error 76 when the file cannot be made, 70 when
+// it cannot be written whole.
+void SaveJobFile(const QString& path, const QByteArray& bytes);

@@ -1,0 +1,14 @@
+#include "dispatch/job.h"
+
+#include "common/paths.h"
+
+Job Job::named(const QString& baseName, const OutputChoice& choice, const QString& folder)
+{
+    Job job;
+    job.baseName = baseName;
+    job.choice = choice;
+    job.psPath = Paths::join(folder, baseName + QStringLiteral(".ps"));
+    if (!choice.extension().isEmpty())
+        job.outputPath = Paths::join(folder, baseName + choice.extension());
+    return job;
+}

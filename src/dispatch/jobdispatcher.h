@@ -1,0 +1,44 @@
+#pragma once
+
+#include "dispatch/job.h"
+
+#include <QByteArray>
+#include <QString>
+#include <functional>
+
+class ImageFile;
+class QObject;
+struct Steps;
+
+// The road of one job past the buffer: save, Ghostscript, wait, print / keep
+// / export pages, wipe. It knows no widgets: messages go through MsgBox, the
+// rest to the log function its host gives it. Everything it holds is its
+// own, so a second dispatch started inside one of its waits takes nothing
+// from it.
+class JobDispatcher
+{
+public:
+    struct Host {
+        QString gsPath;
+        QString printer; // where print jobs go
+        std::function<void(const QString&)> log;
+        QObject* owner = nullptr; // Ghostscript runs end with it
+    };
+    explicit JobDispatcher(Host host);
+
+    // The job's bytes as its .ps file.
+    void save(const Job& job, const QByteArray& bytes) const;
+    // The line that converts the job; empty when nothing is converted.
+    QString commandLine(const Job& job) const;
+    // Starts Ghostscript on the saved job, without waiting.
+    void convert(const Job& job) const;
+    // Waits for Ghostscript's output, carries out the choice, wipes what the
+    // choice does not keep; the .ps file always.
+    void complete(const Job& job) const;
+
+private:
+    void print(const Job& job) const;
+    void exportJpegPages(ImageFile& image, const Job& job, Steps& step) const;
+
+    Host m_host;
+};

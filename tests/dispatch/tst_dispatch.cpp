@@ -1,0 +1,428 @@
+// The road of a job through the real Ghostscript, from real TCP clients to
+// the files each output keeps, the printer it prints on, and the waits,
+// lock check and wipe on the way.
+#include "testsupport.h"
+
+#include "cloud/uccloudsrvr.h"
+#include "convert/currentprinter.h"
+#include "dispatch/jobfiles.h"
+#include "server/runoptions.h"
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QImageReader>
+#include <QListWidget>
+#include <QRadioButton>
+#include <QTemporaryFile>
+#include <QTimer>
+
+#include <unistd.h>
+
+namespace
+{
+// Long enough for three 600 dpi colour pages on a busy machine.
+constexpr int kJobMs = 180000;
+
+QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    f.write(bytes);
+}
+
+// A job whose one page is 200 x 200 points: its pages tell it from a Letter job.
+const QByteArray kSmallJob = "%!PS\n<< /PageSize [200 200] >> setpagedevice\n"
+                             "0 0 moveto 200 200 lineto stroke showpage\n";
+
+// Blocks a page name for every base name the next seconds can give.
+void blockPageName(const TestServer& s, const QString& suffix)
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    for (int second = 0; second < 30; ++second)
+        QDir(s.jobFolder()).mkpath(jobBaseName(now.addSecs(second)) + suffix);
+}
+
+// True once the dispatch that saved the last .ps has wiped it.
+bool dispatchDone(const frmMain& w)
+{
+    return !w.Text1->text().isEmpty() && !QFileInfo::exists(w.Text1->text());
+}
+
+// Saves the job, converts it as the Output box says and waits until Ghostscript has ended.
+Job convert(frmMain& w, const QByteArray& bytes)
+{
+    const Job job = Job::named(w.fileName(), w.outputChoice(), Paths::jobFolder());
+    w.SavePSFile(job, bytes);
+    w.DoConvertPs2PdfImage(job);
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(w.findChildren<QProcess*>().isEmpty(), 60000); }();
+    return job;
+}
+} // namespace
+
+class TestDispatch : public QObject
+{
+    Q_OBJECT
+    Cups m_cups;
+
+private slots:
+    void eachOutputKeepsItsFiles_data()
+    {
+        QTest::addColumn<QString>("output"); // words of --output, as clicks
+        QTest::addColumn<int>("pages");
+        QTest::addColumn<QStringList>("kept"); // suffixes after the base name
+
+        const QStringList pages3{"_001.jpg", "_002.jpg", "_003.jpg"};
+        QTest::newRow("pdf, 3 pages") << "pdf" << 3 << QStringList{".pdf"};
+        QTest::newRow("tiff, 3 pages") << "tiff" << 3 << QStringList{".tif"};
+        QTest::newRow("tiff, colour, 1 page") << "tiff colour" << 1 << QStringList{".tif"};
+        QTest::newRow("jpeg, 1 page") << "jpeg" << 1 << QStringList{".jpg"};
+        QTest::newRow("jpeg, colour, 3 pages") << "jpeg colour" << 3 << pages3;
+        // Save As Image with neither file type ("Others"): the TIFF stays.
+        QTest::newRow("image, no file type") << "tiff others" << 3 << QStringList{".tif"};
+    }
+
+    void eachOutputKeepsItsFiles()
+    {
+        QFETCH(QString, output);
+        QFETCH(int, pages);
+        QFETCH(QStringList, kept);
+        TestServer s;
+        frmMain& w = s.start();
+        for (const QString& word : output.split(u' '))
+            if (!clickOutputWord(w, word))
+                w.Option8->click();
+        sendJob(s.port, makePsJob(pages));
+        QTRY_VERIFY_WITH_TIMEOUT(w.Text1->text().endsWith(QLatin1String(".ps")), 30000);
+        QVERIFY(w.Text3->text().contains(w.TxtPath->text())); // the line that runs
+        QStringList expected;
+        for (const QString& suffix : kept)
+            expected << w.fileName() + suffix;
+        // The .ps goes last, so this is the end of the dispatch.
+        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), expected, kJobMs);
+        QCOMPARE(w.jobBuffer(), QByteArray());
+        QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
+        for (const QString& name : expected) {
+            QImageReader image(s.jobPath(name));
+            if (name.endsWith(QLatin1String(".pdf")))
+                QCOMPARE(pdfPages(s.jobPath(name)), pages);
+            else if (name.endsWith(QLatin1String(".tif")))
+                QCOMPARE(image.imageCount(), pages);
+            else
+                QCOMPARE(image.size(), QSize(5100, 6600)); // Letter at 600 dpi
+        }
+    }
+
+    void failedJpegPageIsShownAndPassedOver_data()
+    {
+        QTest::addColumn<int>("pages");
+        QTest::addColumn<QString>("blocked"); // the page name that cannot be written
+        QTest::addColumn<QString>("shown");   // as the message names it
+        QTest::addColumn<QStringList>("kept");
+        QTest::newRow("3 pages") << 3 << "_002.jpg"
+                                 << "002.jpg" << QStringList{"_001.jpg", "_003.jpg"};
+        QTest::newRow("1 page") << 1 << ".jpg"
+                                << ".jpg" << QStringList{};
+    }
+
+    void failedJpegPageIsShownAndPassedOver()
+    {
+        QFETCH(int, pages);
+        QFETCH(QString, blocked);
+        QFETCH(QString, shown);
+        QFETCH(QStringList, kept);
+        TestServer s;
+        frmMain& w = s.start();
+        clickOutputWord(w, QStringLiteral("jpeg"));
+        blockPageName(s, blocked);
+        sendJob(s.port, makePsJob(pages));
+        QTRY_VERIFY_WITH_TIMEOUT(dispatchDone(w), kJobMs);
+        QStringList expected;
+        for (const QString& suffix : kept)
+            expected << w.fileName() + suffix;
+        QCOMPARE(s.jobFiles(), expected); // TIFF and .ps wiped
+        // The writer's own message, then the dispatch's.
+        QVERIFY2(s.messages.size() == 2, qPrintable(s.shown()));
+        QCOMPARE(s.messages[1].icon, MsgIcon::Exclamation);
+        QCOMPARE(s.messages[1].text, "Failed to save the picture to the file: '" +
+                                         s.jobPath(w.fileName()) + shown + "'");
+    }
+
+    void secondJobDuringAMessageLosesNoPage()
+    {
+        // The first job's page 1 cannot be written; while its message is up
+        // (a person reads it), a second job comes and is dispatched whole.
+        TestServer s;
+        frmMain& w = s.start();
+        clickOutputWord(w, QStringLiteral("jpeg"));
+        blockPageName(s, QStringLiteral("_001.jpg"));
+        QString first, second;
+        setMsgRecorder([&](const Message& m) {
+            s.messages.push_back(m);
+            if (!first.isEmpty())
+                return;
+            first = w.fileName();
+            QTRY_VERIFY_WITH_TIMEOUT(jobBaseName() != first, 5000); // a name of its own
+            sendJob(s.port, kSmallJob);
+            QTRY_VERIFY_WITH_TIMEOUT(w.fileName() != first && dispatchDone(w), kJobMs);
+            second = w.fileName();
+        });
+        sendJob(s.port, makePsJob(3));
+        QTRY_VERIFY_WITH_TIMEOUT(!second.isEmpty(), kJobMs);
+        const QStringList expected{first + "_002.jpg", first + "_003.jpg", second + ".jpg"};
+        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), expected, kJobMs);
+        QCOMPARE(QImageReader(s.jobPath(expected[0])).size(), QSize(5100, 6600));
+        QCOMPARE(QImageReader(s.jobPath(expected[1])).size(), QSize(5100, 6600));
+        QCOMPARE(QImageReader(s.jobPath(expected[2])).size(), QSize(1667, 1667));
+        QVERIFY2(s.messages.size() == 2, qPrintable(s.shown()));
+    }
+
+    void jobArrivingDuringAWaitIsNotLost()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        // The dispatch runs inside the close event and waits there, so the
+        // second client is started by a timer from within that wait.
+        QString firstBase;
+        bool overlapped = false;
+        QTimer::singleShot(1500, [&] {
+            firstBase = w.fileName();
+            overlapped = s.jobFiles().contains(firstBase + ".ps");
+            sendJob(s.port, makePsJob(3));
+        });
+        // A job that keeps Ghostscript busy for seconds before its page.
+        sendJob(s.port, "%!PS\n0 1 200000000 { pop } for\n" + makePsJob(1));
+        QTRY_VERIFY_WITH_TIMEOUT(!firstBase.isEmpty() && w.fileName() != firstBase, kJobMs);
+        QVERIFY2(overlapped, "the first job ended before the second arrived");
+        const QString secondBase = w.fileName();
+        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(),
+                                  (QStringList{firstBase + ".pdf", secondBase + ".pdf"}), kJobMs);
+        QCOMPARE(pdfPages(s.jobPath(firstBase + ".pdf")), 1);
+        QCOMPARE(pdfPages(s.jobPath(secondBase + ".pdf")), 3);
+        QCOMPARE(w.connectionCount(), 0);
+    }
+
+    void twoDispatchesInOneSecondShareTheName()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            // Start early in a second, so that both jobs fit in it.
+            QTRY_VERIFY_WITH_TIMEOUT(QTime::currentTime().msec() < 50, 2000);
+            const QString second = jobBaseName();
+            w.Text1->clear();
+            sendJob(s.port, makePsJob(3));
+            QTRY_VERIFY_WITH_TIMEOUT(dispatchDone(w), 30000);
+            const QString firstName = w.fileName();
+            w.Text1->clear();
+            sendJob(s.port, makePsJob(1));
+            QTRY_VERIFY_WITH_TIMEOUT(dispatchDone(w), 30000);
+            if (jobBaseName() != second)
+                continue; // the clock moved on: try again in a fresh second
+            // One name for both: the second job's files take the first one's place.
+            QCOMPARE(firstName, second);
+            QCOMPARE(w.fileName(), second);
+            QCOMPARE(s.jobFiles().filter(second), QStringList{second + ".pdf"});
+            return;
+        }
+        QSKIP("two jobs did not fit in one second on this machine");
+    }
+
+    void missingGhostscriptKeepsTheJob()
+    {
+        // Neither a bundled bin/gs nor one on the PATH.
+        struct PathGone {
+            const QByteArray path = qgetenv("PATH");
+            PathGone() { qputenv("PATH", "/nonexistent"); }
+            ~PathGone() { qputenv("PATH", path); }
+        } gone;
+        TestServer s;
+        frmMain& w = s.start();
+        const QByteArray job = makePsJob(1);
+        sendJob(s.port, job);
+        QTRY_VERIFY_WITH_TIMEOUT(!s.messages.empty(), 30000);
+        QVERIFY2(
+            s.messages[0].text.startsWith(QLatin1String("Run-time error '53': File not found: ")),
+            qPrintable(s.shown()));
+        // The job is neither lost nor half-done: its buffer and its .ps stay.
+        QCOMPARE(w.jobBuffer(), job);
+        QCOMPARE(s.jobFiles(), QStringList{w.fileName() + ".ps"});
+    }
+
+    void cloudBranchKeepsTheBuffer()
+    {
+        TestServer s;
+        s.put("CloudClientUserId", QStringLiteral("alice"));
+        s.put("CloudClientServerId", QStringLiteral("srv1"));
+        // The share is a closed port on this machine: the upload fails at once.
+        s.put("CloudBaseUrl", QStringLiteral("http://127.0.0.1:%1/dav/").arg(freePort()));
+        frmMain& w = s.start();
+        QVERIFY(clickOutputWord(w, QStringLiteral("cloud")) && w.Option9->isChecked());
+        const QByteArray job = makePsJob(1);
+        sendJob(s.port, job);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            w.UcCloudSrvr2->txtLog->text().contains(QLatin1String("Requesting HEAD")), 30000);
+        QCOMPARE(w.jobBuffer(), job);
+        QCOMPARE(s.jobFiles(), QStringList());
+        QCOMPARE(w.Text1->text(), QString());
+    }
+
+    void savedJobKeepsEveryByte()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        // Every byte value, CR LF pairs and a NUL: PostScript may carry binary data.
+        QByteArray bytes("%!PS\r\n");
+        for (int i = 0; i < 256; ++i)
+            bytes.append(char(i));
+        const Job job = Job::named(w.fileName(), w.outputChoice(), s.jobFolder());
+        w.SavePSFile(job, bytes);
+        QCOMPARE(w.Text1->text(), s.jobPath(w.fileName() + ".ps"));
+        QCOMPARE(readFile(job.psPath), bytes + "\n");
+        w.SavePSFile(job, "short"); // replaced, not appended to
+        QCOMPARE(readFile(job.psPath), QByteArray("short\n"));
+    }
+
+    void ghostscriptErrorsReachTheLog()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        const Job job = convert(w, "%!PS\nnosuchoperator\nshowpage\n");
+        const QString log = w.txtLog->text();
+        QVERIFY2(log.contains("Ghostscript ended with exit code 1 for " + job.outputPath),
+                 qPrintable(log));
+        QVERIFY2(log.contains(QLatin1String("Error: /undefined in nosuchoperator")),
+                 qPrintable(log));
+        w.txtLog->setText(QString());
+        convert(w, makePsJob(1)); // a good job logs nothing
+        QCOMPARE(w.txtLog->text(), QString());
+    }
+
+    void everyRunHasItsOwnTemporaryFolder()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        QTemporaryFile secret(QDir::tempPath() + QStringLiteral("/quorvel-secret-XXXXXX"));
+        QVERIFY(secret.open());
+        secret.write("secret\n");
+        secret.flush();
+        // The job shows the name of a file in its temporary folder, then tries
+        // the secret; the error brings the output to the log.
+        convert(w, "%!PS\n(TEMPFILE=) print null (w) .tempfile pop = flush\n(" +
+                       secret.fileName().toLocal8Bit() +
+                       ") (r) file 100 string readstring pop (read: ) print =\nshowpage\n");
+        const QString log = w.txtLog->text();
+        QVERIFY2(log.contains(QLatin1String("Error: /invalidfileaccess")), qPrintable(log));
+        QVERIFY2(!log.contains(QLatin1String("read: ")), qPrintable(log));
+        const qsizetype at = log.indexOf(QLatin1String("TEMPFILE="));
+        QVERIFY2(at >= 0, qPrintable(log));
+        const QString tmpdir =
+            QFileInfo(log.mid(at + 9, log.indexOf(u'\r', at) - at - 9)).absolutePath();
+        QVERIFY2(tmpdir.startsWith(QDir::tempPath() + QStringLiteral("/quorvel-gs-")),
+                 qPrintable(tmpdir));
+        QVERIFY2(!QFileInfo::exists(tmpdir), qPrintable(tmpdir)); // removed after the run
+    }
+
+    void waitForFileSettlesOneSecond()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        // The file turns up while the wait runs; a folder of that name is not it.
+        const QString path = s.jobPath(QStringLiteral("late.tif"));
+        QDir().mkpath(path);
+        QElapsedTimer since;
+        QTimer::singleShot(300, [&] {
+            QDir(path).removeRecursively();
+            writeFile(path, "II*");
+            since.start();
+        });
+        w.DoWait4FilePS2PDFCreated(path);
+        QVERIFY(QFileInfo(path).isFile());
+        QVERIFY2(since.elapsed() >= 1000 && since.elapsed() < 3000,
+                 qPrintable(QString::number(since.elapsed())));
+    }
+
+    void lockCheck()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        const QString path = s.jobPath(QStringLiteral("job.pdf"));
+        QVERIFY(w.IsFileTiffPDFLocked(path)); // missing
+        QVERIFY(!QFileInfo::exists(path));    // and not made by the check
+        writeFile(path, QByteArray());
+        QVERIFY(w.IsFileTiffPDFLocked(path)); // empty
+        writeFile(path, QByteArray(3 << 20, 'p'));
+        QFile own(path); // our own descriptors do not count
+        QVERIFY(own.open(QIODevice::ReadOnly));
+        QVERIFY(!w.IsFileTiffPDFLocked(path));
+        // Another process that holds it open, for writing or reading, does.
+        for (const char* redirect : {">>", "<"}) {
+            {
+                FileHolder other(path, redirect);
+                QVERIFY(w.IsFileTiffPDFLocked(path));
+            }
+            QVERIFY(!w.IsFileTiffPDFLocked(path));
+        }
+    }
+
+    void wipeOverwritesThenDeletes()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("job.ps"));
+        const QString link = dir.filePath(QStringLiteral("seen-through-a-link"));
+        const QByteArray content = makePsJob(2);
+        writeFile(path, content);
+        // A hard link still sees the data after the name is deleted.
+        QCOMPARE(::link(qPrintable(path), qPrintable(link)), 0);
+        {
+            FileHolder gs(path, "<");
+            QVERIFY(!WipeFile(path)); // still open elsewhere: the caller tries again
+            QCOMPARE(readFile(path), content);
+        }
+        QVERIFY(WipeFile(path));
+        QVERIFY(!QFileInfo::exists(path));
+        QCOMPARE(readFile(link), QByteArray(content.size(), 'X'));
+        QVERIFY(WipeFile(path)); // already gone
+    }
+
+    void printsOnTheChosenPrinterAndSwitchesBack_data()
+    {
+        QTest::addColumn<int>("pages");
+        QTest::newRow("1 page") << 1;
+        QTest::newRow("3 pages") << 3; // every frame is painted onto the one sheet
+    }
+
+    void printsOnTheChosenPrinterAndSwitchesBack()
+    {
+        QFETCH(int, pages);
+        QVERIFY2(!m_cups.env.isEmpty(), "the cups fixture wrote no cups.env");
+        TestServer s;
+        frmMain& w = s.start();
+        // Current: the file queue; chosen in the list: the cups-pdf queue.
+        w.SelectPrinterByName(m_cups.fileQueue());
+        QCOMPARE(CurrentPrinter::DeviceName(), m_cups.fileQueue());
+        const auto items = w.List2->findItems(m_cups.pdfQueue(), Qt::MatchExactly);
+        QCOMPARE(items.size(), 1);
+        w.List2->setCurrentItem(items.first());
+        clickOutputWord(w, QStringLiteral("print"));
+        const QStringList before = m_cups.printed();
+        sendJob(s.port, makePsJob(pages));
+        QTRY_VERIFY_WITH_TIMEOUT(w.TxtPath->text().endsWith(".tif") && dispatchDone(w) &&
+                                     s.jobFiles().isEmpty() && w.connectionCount() == 0,
+                                 120000);
+        QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
+        // Back on the previous printer; leaving the chosen one sent the page.
+        QCOMPARE(CurrentPrinter::DeviceName(), m_cups.fileQueue());
+        QString pdf;
+        QTRY_VERIFY_WITH_TIMEOUT(!(pdf = m_cups.newCompletePdf(before)).isEmpty(), 60000);
+        QCOMPARE(pdfPages(pdf), 1);
+    }
+};
+
+QUORVEL_CUPS_TEST_MAIN(TestDispatch)
+#include "tst_dispatch.moc"

@@ -1,0 +1,308 @@
+// The main window as it loads and as it is driven: the Output box and the
+// command line that clicks it, the user's ids, the listener and its job
+// intake over real TCP connections on 127.0.0.1.
+#include "testsupport.h"
+
+#include "server/runoptions.h"
+
+#include <QButtonGroup>
+#include <QGroupBox>
+
+namespace
+{
+std::unique_ptr<QTcpSocket> connectClient(quint16 port)
+{
+    auto s = std::make_unique<QTcpSocket>();
+    s->connectToHost(QHostAddress::LocalHost, port);
+    return s->waitForConnected(5000) ? std::move(s) : nullptr;
+}
+
+void send(QTcpSocket& s, const QByteArray& data)
+{
+    s.write(data);
+    while (s.bytesToWrite() > 0)
+        s.waitForBytesWritten(5000);
+}
+
+RunOptions parsed(const QStringList& args, bool* ok = nullptr)
+{
+    RunOptions o;
+    const bool good = o.parse(QStringList{QStringLiteral("quorvel")} + args);
+    if (ok)
+        *ok = good;
+    return o;
+}
+} // namespace
+
+class TestServer_ : public QObject
+{
+    Q_OBJECT
+private slots:
+    void loadsWithMainFrameOnly()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        QVERIFY(w.isLoaded() && w.Frame2->isVisible());
+        for (QGroupBox* f : {w.Frame1, w.Frame3, w.Frame7, w.Frame8})
+            QVERIFY(!f->isVisible());
+        QVERIFY(QDir(s.jobFolder()).exists());
+        QVERIFY(w.fileName().contains(QRegularExpression(QStringLiteral("^File_\\d{6}_\\d{6}$"))));
+        QVERIFY(!w.ghostscriptPath().isEmpty());
+        QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
+    }
+
+    // Command-line words (through --output/--colour) and then clicks on
+    // buttons, as a user makes them: the buttons left on, the choice read
+    // from them and the path shown.
+    void outputChoice_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("clicks");
+        QTest::addColumn<QString>("checked");
+        QTest::addColumn<int>("action");
+        QTest::addColumn<QString>("extension");
+        using A = OutputChoice::Action;
+        QTest::newRow("start-up") << QStringList{} << "" << "1 6 8" << int(A::Pdf) << ".pdf";
+        QTest::newRow("--output pdf")
+            << QStringList{"--output", "pdf"} << "" << "1 6 8" << int(A::Pdf) << ".pdf";
+        QTest::newRow("--output tiff")
+            << QStringList{"--output", "tiff"} << "" << "2 4 6" << int(A::Image) << ".tif";
+        QTest::newRow("--output jpeg --colour") << QStringList{"--output", "jpeg", "--colour"}
+                                                << "" << "2 5 7" << int(A::Image) << ".tif";
+        QTest::newRow("--output print")
+            << QStringList{"--output", "print"} << "" << "3 6 8" << int(A::Print) << ".tif";
+        // Not chosen yet: the click does nothing.
+        QTest::newRow("--output cloud, no server")
+            << QStringList{"--output", "cloud"} << "" << "1 6 8" << int(A::Pdf) << ".pdf";
+        QTest::newRow("colour keeps the action") << QStringList{} << "7" << "1 7 8" << int(A::Pdf)
+                                                 << ".pdf";
+        // A file type holds "Save As Image" until "Others" gives it up.
+        QTest::newRow("file type holds the image")
+            << QStringList{} << "5 1 3" << "2 5 6" << int(A::Image) << ".tif";
+        QTest::newRow("others gives it up")
+            << QStringList{} << "5 8 3" << "3 6 8" << int(A::Print) << ".tif";
+    }
+
+    void outputChoice()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, clicks);
+        QFETCH(QString, checked);
+        QFETCH(int, action);
+        QFETCH(QString, extension);
+        TestServer s;
+        frmMain& w = s.start();
+        const QList<QRadioButton*> all{w.Option1, w.Option2, w.Option3, w.Option4, w.Option5,
+                                       w.Option6, w.Option7, w.Option8, w.Option9};
+        bool ok = false;
+        parsed(args, &ok).apply(w);
+        QVERIFY(ok);
+        for (const QString& n : clicks.split(u' ', Qt::SkipEmptyParts))
+            all[n.toInt() - 1]->click();
+        QStringList on;
+        for (int i = 0; i < all.size(); ++i)
+            if (all[i]->isChecked())
+                on << QString::number(i + 1);
+        QCOMPARE(on.join(u' '), checked);
+        QCOMPARE(int(w.outputChoice().action), action);
+        QCOMPARE(w.outputChoice().colour, w.Option7->isChecked());
+        QCOMPARE(w.TxtPath->text(), s.jobPath(w.fileName() + extension));
+    }
+
+    void badOptionsEndTheProgram()
+    {
+        bool ok = true;
+        for (const QStringList& bad : {QStringList{"--output", "fax"}, QStringList{"--output"},
+                                       QStringList{"--output", "colour"},
+                                       QStringList{"--port", "70000"}}) {
+            parsed(bad, &ok);
+            QVERIFY2(!ok, qPrintable(bad.join(u' ')));
+        }
+    }
+
+    void printerIsChosenAsAClickWould()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        w.List2->clear();
+        w.List2->addItems({"Office Laser", " desk jet ", "laser", "Laser"});
+        // Trimmed and case-blind; the exact name comes before one that differs in
+        // case only; an unknown name changes nothing.
+        for (auto [given, chosen] :
+             {std::pair{"DESK JET", " desk jet "}, {"Laser", "Laser"}, {"nowhere", "Laser"}}) {
+            parsed({"--printer", given}).apply(w);
+            QCOMPARE(w.List2->currentItem()->text(), QLatin1String(chosen));
+            QCOMPARE(SettingsStore::get(QStringLiteral("Name")), QLatin1String(chosen));
+        }
+    }
+
+    void cloudOptionNeedsBothIds()
+    {
+        for (const QString& server : {QStringLiteral("  "), QStringLiteral("srv")}) {
+            TestServer s;
+            s.put("CloudClientUserId", QStringLiteral("user"));
+            s.put("CloudClientServerId", server);
+            frmMain& w = s.start();
+            QCOMPARE(w.Option9->isEnabled(), server == QLatin1String("srv"));
+            parsed({"--output", "cloud"}).apply(w);
+            QCOMPARE(w.outputChoice().action == OutputChoice::Action::Cloud,
+                     server == QLatin1String("srv"));
+        }
+    }
+
+    void userValidationAndEmailId()
+    {
+        TestServer s;
+        s.put("UserValidate", QStringLiteral("ann@example.org"));
+        frmMain& w = s.start({QStringLiteral("ann@example.org"), QStringLiteral("host")});
+        QCOMPARE(w.TxtEmailId->text(), QStringLiteral("ann@example.org"));
+        QVERIFY(w.Check1->isChecked() && w.userValidated());
+        // A blank id changes nothing; another id is kept.
+        w.TxtEmailId->setText(QStringLiteral("   "));
+        w.TxtEmailId_Validate();
+        QCOMPARE(SettingsStore::get(QStringLiteral("EMailId")), QString());
+        w.TxtEmailId->setText(QStringLiteral("bob@example.org"));
+        w.TxtEmailId_Validate();
+        QCOMPARE(SettingsStore::get(QStringLiteral("EMailId")), QStringLiteral("bob@example.org"));
+        QCOMPARE(w.programIds().userEMailId, QStringLiteral("bob@example.org"));
+        // "bob" is not the validated id ("ann" still is); an empty id never is.
+        for (const QString& id : {QStringLiteral("bob@example.org"), QString()}) {
+            if (id.isEmpty())
+                s.put("UserValidate", id);
+            frmMain other(freePort(), {id, QStringLiteral("host")});
+            QVERIFY(!other.Check1->isChecked() && !other.userValidated());
+        }
+    }
+
+    void portInUseIsReportedAndLoadGoesOn()
+    {
+        QTcpServer squatter;
+        QVERIFY(squatter.listen(QHostAddress::Any, 0));
+        TestServer s;
+        s.port = squatter.serverPort();
+        frmMain& w = s.start();
+        QVERIFY(!w.isListening() && w.isLoaded());
+        QVERIFY2(s.messages.size() == 1 &&
+                     s.messages[0].text.startsWith(QLatin1String("Run-time error '10048'")),
+                 qPrintable(s.shown()));
+    }
+
+    void minimisedWindowStaysWithoutTray()
+    {
+        // No notification area here: hiding would leave no way back.
+        TestServer s;
+        frmMain& w = s.start();
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        w.setWindowState(Qt::WindowMinimized);
+        QTest::qWait(50);
+        QVERIFY(w.isVisible());
+        w.ctlSysTrayBalloon1_DblClick(1); // restore
+        QVERIFY(w.isVisible() && !(w.windowState() & Qt::WindowMinimized));
+    }
+
+    void connectionLog()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        QVERIFY(w.isListening());
+        auto c = connectClient(s.port);
+        QVERIFY(c);
+        QTRY_COMPARE(w.connectionCount(), 1);
+        QCOMPARE(w.lblConnections->text(), QStringLiteral("1"));
+        const QString id = w.lastRequestId();
+        QVERIFY(id.toLongLong() > 0); // the accepted socket's descriptor
+        c->disconnectFromHost();
+        QTRY_COMPARE(w.connectionCount(), 0);
+        QCOMPARE(w.lblConnections->text(), QStringLiteral("0"));
+        QStringList log;
+        for (int i = 0; i < w.List1->count(); ++i)
+            log << w.List1->item(i)->text();
+        QCOMPARE(log, (QStringList{"Listening to port: " + QString::number(s.port),
+                                   "Connection request id " + id + " from 127.0.0.1",
+                                   "Connection closed: 127.0.0.1"}));
+        // Nothing was dispatched: no job file, no message.
+        QCOMPARE(s.jobFiles(), QStringList());
+        QVERIFY(s.messages.empty());
+    }
+
+    void binaryPayloadIsKeptByteForByte()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        QByteArray payload("%!PS\n\0\r\n\xff\xfe", 10);
+        for (int round = 0; round < 4096; ++round)
+            for (int b = 0; b < 256; ++b)
+                payload.append(char((b * 7 + round) & 0xff)); // 1 MiB, every byte value
+        auto c = connectClient(s.port);
+        QVERIFY(c);
+        send(*c, payload);
+        QTRY_COMPARE_WITH_TIMEOUT(w.jobBuffer().size(), payload.size(), 20000);
+        QVERIFY(w.jobBuffer() == payload);
+    }
+
+    void interleavedClientsMakeOneJob()
+    {
+        // Both clients write into the one buffer; the first close dispatches
+        // all of it and the second close finds the buffer empty.
+        TestServer s;
+        frmMain& w = s.start();
+        auto a = connectClient(s.port);
+        auto b = connectClient(s.port);
+        QVERIFY(a && b);
+        QTRY_COMPARE(w.connectionCount(), 2);
+        const QByteArray pageA = makePsJob(1), pageB = makePsJob(2);
+        const qsizetype cut = pageA.indexOf("%%Page:");
+        send(*a, pageA.left(cut));
+        QTRY_COMPARE(w.jobBuffer(), pageA.left(cut));
+        send(*b, "% from b\n");
+        QTRY_COMPARE(w.jobBuffer(), pageA.left(cut) + "% from b\n");
+        send(*a, pageA.mid(cut) + pageB);
+        QTRY_COMPARE(w.jobBuffer().size(), pageA.size() + 9 + pageB.size());
+        a->disconnectFromHost();
+        QTRY_VERIFY_WITH_TIMEOUT(s.jobFiles() == QStringList{w.fileName() + ".pdf"}, 60000);
+        const QString first = w.fileName();
+        QCOMPARE(pdfPages(s.jobPath(first + ".pdf")), 3);
+        b->disconnectFromHost();
+        QTRY_COMPARE(w.connectionCount(), 0);
+        QTest::qWait(1100); // a second dispatch would have a new name by now
+        QCOMPARE(s.jobFiles(), QStringList{first + ".pdf"});
+        QCOMPARE(w.jobBuffer(), QByteArray());
+    }
+
+    void outOfOrderCloseCollidesWithLoadedElement()
+    {
+        TestServer s;
+        frmMain& w = s.start();
+        std::unique_ptr<QTcpSocket> c[6];
+        for (int i = 1; i <= 3; ++i) {
+            QVERIFY(c[i] = connectClient(s.port));
+            QTRY_COMPARE(w.connectionCount(), i);
+        }
+        c[1]->disconnectFromHost(); // element 1 goes; elements 2 and 3 stay
+        QTRY_COMPARE(w.connectionCount(), 2);
+        // The next connection becomes element 3, which is still loaded.
+        QVERIFY(c[4] = connectClient(s.port));
+        QTRY_COMPARE(s.messages.size(), size_t(1));
+        QVERIFY2(s.messages[0].text.startsWith(
+                     QLatin1String("Run-time error '360': Object already loaded")),
+                 qPrintable(s.shown()));
+        QCOMPARE(w.connectionCount(), 3); // counted before the load failed
+        QTRY_COMPARE(c[4]->state(), QAbstractSocket::UnconnectedState); // closed by the server
+        // The program goes on: the open connections still deliver.
+        send(*c[3], "from three");
+        QTRY_COMPARE(w.jobBuffer(), QByteArray("from three"));
+        c[3]->disconnectFromHost();
+        c[2]->disconnectFromHost();
+        QTRY_COMPARE(w.connectionCount(), 1);
+        QCOMPARE(w.lblConnections->text(), QStringLiteral("1"));
+        QVERIFY(c[5] = connectClient(s.port)); // element 2, free again
+        QTRY_COMPARE(w.connectionCount(), 2);
+        QCOMPARE(s.messages.size(), size_t(1));
+    }
+};
+
+QTEST_MAIN(TestServer_)
+#include "tst_server.moc"
