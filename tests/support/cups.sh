@@ -62,47 +62,8 @@ PageLog $HOME_DIR/logs/page_log
 CONF
 
 write_conf() {
-    cat > "$HOME_DIR/conf/cupsd.conf" <<CONF
-LogLevel info
-MaxLogSize 0
-ErrorPolicy retry-job
-Listen $SOCKET
-Listen 127.0.0.1:$1
-Browsing No
-BrowseLocalProtocols none
-DefaultAuthType Basic
-WebInterface Yes
-IdleExitTimeout 0
-<Location />
-  Order allow,deny
-  Allow from 127.0.0.1
-</Location>
-<Policy default>
-  JobPrivateAccess default
-  JobPrivateValues default
-  SubscriptionPrivateAccess default
-  SubscriptionPrivateValues default
-  <Limit Create-Job Print-Job Print-URI Validate-Job>
-    Order deny,allow
-  </Limit>
-  <Limit Send-Document Send-URI Hold-Job Release-Job Restart-Job Purge-Jobs Set-Job-Attributes Create-Job-Subscription Renew-Subscription Cancel-Subscription Get-Notifications Reprocess-Job Cancel-Current-Job Suspend-Current-Job Resume-Job Cancel-My-Jobs Close-Job CUPS-Move-Job CUPS-Get-Document>
-    Require user @OWNER @SYSTEM
-    Order deny,allow
-  </Limit>
-  <Limit CUPS-Add-Modify-Printer CUPS-Delete-Printer CUPS-Add-Modify-Class CUPS-Delete-Class CUPS-Set-Default CUPS-Get-Devices Pause-Printer Resume-Printer Enable-Printer Disable-Printer Hold-New-Jobs Release-Held-New-Jobs Deactivate-Printer Activate-Printer Restart-Printer Shutdown-Printer Startup-Printer Promote-Job Schedule-Job-After Cancel-Jobs CUPS-Accept-Jobs CUPS-Reject-Jobs>
-    AuthType Default
-    Require user @SYSTEM
-    Order deny,allow
-  </Limit>
-  <Limit Cancel-Job CUPS-Authenticate-Job>
-    Require user @OWNER @SYSTEM
-    Order deny,allow
-  </Limit>
-  <Limit All>
-    Order deny,allow
-  </Limit>
-</Policy>
-CONF
+    sed -e "s|@SOCKET@|$SOCKET|g" -e "s|@PORT@|$1|g" "$(dirname "$0")/cupsd.conf.in" \
+        >"$HOME_DIR/conf/cupsd.conf"
 }
 
 # cups-pdf reads its settings only from /etc/cups/cups-pdf-NAME.conf.

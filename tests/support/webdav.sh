@@ -9,7 +9,6 @@ set -u
 MODE=${1:?up or down}
 STATE=${2:?state folder}
 ENVFILE=$STATE/webdav.env
-MODULES=/usr/lib/apache2/modules
 
 . "$(dirname "$0")/servicelib.sh"
 
@@ -41,52 +40,8 @@ htpasswd -b -c "$HOME_DIR/htpasswd" "$USER_NAME" "$PASSWORD" 2>/dev/null
 chmod 644 "$HOME_DIR/htpasswd"
 
 write_conf() {
-    cat > "$HOME_DIR/apache.conf" <<CONF
-ServerRoot $HOME_DIR
-ServerName 127.0.0.1
-Listen 127.0.0.1:$1
-PidFile $HOME_DIR/apache.pid
-ErrorLog $HOME_DIR/logs/error.log
-LogLevel warn
-LogFormat "%h %u \"%r\" %>s %b" dav
-CustomLog $HOME_DIR/logs/access.log dav
-LoadModule mpm_event_module   $MODULES/mod_mpm_event.so
-LoadModule authn_core_module  $MODULES/mod_authn_core.so
-LoadModule authn_file_module  $MODULES/mod_authn_file.so
-LoadModule auth_basic_module  $MODULES/mod_auth_basic.so
-LoadModule authz_core_module  $MODULES/mod_authz_core.so
-LoadModule authz_user_module  $MODULES/mod_authz_user.so
-LoadModule mime_module        $MODULES/mod_mime.so
-LoadModule rewrite_module     $MODULES/mod_rewrite.so
-LoadModule dav_module         $MODULES/mod_dav.so
-LoadModule dav_fs_module      $MODULES/mod_dav_fs.so
-TypesConfig /etc/mime.types
-User www-data
-Group www-data
-StartServers 1
-ServerLimit 1
-ThreadsPerChild 25
-MaxRequestWorkers 25
-DocumentRoot $HOME_DIR/www
-DavLockDB $HOME_DIR/lock/DavLock
-RewriteEngine On
-RewriteRule "^(/dav/[^\\\\]*)\\\\(.*)\$" "\$1/\$2" [N]
-RewriteRule "^/dav/" - [PT]
-<Directory />
-    Require all denied
-</Directory>
-<Directory $HOME_DIR/www>
-    Require all granted
-</Directory>
-<Location /dav/>
-    Dav On
-    AuthType Basic
-    AuthName "Quorvel test share"
-    AuthBasicProvider file
-    AuthUserFile $HOME_DIR/htpasswd
-    Require valid-user
-</Location>
-CONF
+    sed -e "s|@HOME@|$HOME_DIR|g" -e "s|@PORT@|$1|g" "$(dirname "$0")/apache-dav.conf.in" \
+        >"$HOME_DIR/apache.conf"
 }
 
 # The status code of GET /dav/ without credentials ("" when nothing answers).
