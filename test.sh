@@ -14,9 +14,8 @@ cmake --build "$build" -j"$(nproc)"
 
 state="$build/test-state"
 stop_services() {
-    for c in tests/support/*.cmake; do
-        s=${c%.cmake}.sh
-        [ -f "$s" ] && { bash "$s" down "$state" >/dev/null 2>&1 || true; }
+    for s in cups webdav xtray; do
+        bash "tests/support/$s.sh" down "$state" >/dev/null 2>&1 || true
     done
 }
 trap stop_services EXIT
