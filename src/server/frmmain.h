@@ -202,6 +202,7 @@ private:
     bool fetchFirstCloudFile();       // frmmain_cloud.cpp
     void fillPrinterGrid(QListWidget* ListControl);       // frmmain_printers.cpp
     void markPrinterStates(const QMap<QString, bool>& offline); // frmmain_printers.cpp
+    void choosePrinterRow(Int16 newRow);                  // frmmain_printers.cpp
     void acceptConnection();                              // frmmain_intake.cpp
     void unloadSocket(int Index);                         // frmmain_intake.cpp
 

@@ -164,7 +164,12 @@ void frmMain::FG2_RowColChange()
         ~Reset() { flag = false; }
     } reset{m_InRowChange};
 
-    const Int16 newRow = FG2->currentRow() + 1;
+    choosePrinterRow(FG2->currentRow() + 1);
+}
+
+void frmMain::choosePrinterRow(Int16 newRow)
+{
+    // The grid's current row chooses the printer of the list, as a click would.
     if (m_PrevGridRow != 0 && m_PrevGridRow <= FG2->rowCount())
         cell(FG2, m_PrevGridRow - 1, 1)->setBackground(kWhite);
     if (newRow != 0) {
