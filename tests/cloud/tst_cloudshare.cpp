@@ -1,0 +1,499 @@
+// The WebDAV client and the cloud print store control against the Apache share
+// of the webdav fixture, and against ports on 127.0.0.1 that refuse, never
+// answer, or answer what a WebDAV server would not.
+#include "cloud/cloudshare.h"
+#include "cloud/uccloudsrvr.h"
+#include "common/log.h"
+#include "common/msgbox.h"
+#include "common/settings.h"
+#include "testsupport.h"
+
+#include <QDateTime>
+#include <QLineEdit>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTcpSocket>
+#include <QTest>
+#include <QTimer>
+
+using Call = std::function<void(ThinDavApi&, const QString&)>; // a request in a folder
+Q_DECLARE_METATYPE(Call)
+
+namespace
+{
+// A job with a letter outside ASCII: it travels as UTF-8.
+const QString kJob = QStringLiteral("%!PS-Adobe-3.0\r\n(h\u00e9llo) show showpage\r\n");
+QStringList seen; // messages shown and control events raised, in order
+
+// The default port is one nothing listens on.
+QString davUrl(quint16 port = freePort())
+{
+    return QStringLiteral("http://127.0.0.1:%1/dav/").arg(port);
+}
+
+// A server that gives every request (one per connection) the same answer.
+QString answering(QObject* owner, const QByteArray& answer)
+{
+    auto* server = new QTcpServer(owner);
+    server->listen(QHostAddress::LocalHost, 0);
+    QObject::connect(server, &QTcpServer::newConnection, server, [server, answer] {
+        QTcpSocket* s = server->nextPendingConnection();
+        QObject::connect(s, &QTcpSocket::readyRead, s, [s, answer, in = QByteArray()]() mutable {
+            in += s->readAll(); // with a listing's body: an answer before it resets the line
+            if (in.contains("\r\n\r\n") &&
+                (!in.startsWith("PROPFIND") || in.endsWith("propfind>"))) {
+                s->write("HTTP/1.1 " + answer);
+                s->disconnectFromHost();
+            }
+        });
+    });
+    return davUrl(server->serverPort());
+}
+
+// Runs an action; true once n requests completed and none is pending (bounded).
+bool settle(ThinDavApi* api, int n, const std::function<void()>& action)
+{
+    QSignalSpy spy(api, &ThinDavApi::Complete);
+    action();
+    const auto pending = [api] { return api->ReadyState() % 4 != 0; }; // 1 to 3: under way
+    for (int i = 0; i < 1000 && (spy.count() < n || pending()); ++i)
+        QTest::qWait(10);
+    return spy.count() == n && !pending();
+}
+
+// What Complete saw while it ran.
+struct Completion {
+    int readyState, length;
+    QList<DirEntry> entries;
+    QByteArray bytes;
+    DavCollection headers;
+    QString xml;
+    QVariant tag;
+};
+
+// A client that keeps what each Complete saw.
+struct DavClient : ThinDavApi {
+    DavClient(const QString& url, const QString& user, const QString& pw)
+    {
+        setBaseUrl(url);
+        User = user;
+        PW = pw;
+        connect(this, &ThinDavApi::Complete, this, [this](int request) {
+            static const QStringList names = QStringLiteral("Copy Delete GetDir GetFileBytes "
+                                                            "GetFileLength GetFileText GetOptions "
+                                                            "MakeDir Move PutFileBytes PutFileText")
+                                                 .split(u' ');
+            steps << names.value(request) + u' ' + QString::number(Status());
+            all.append(
+                {ReadyState(), Length(), DirEntries(), FileBytes(), RespHeaders(), XML(), Tag()});
+        });
+    }
+    const Completion& last() const { return all.last(); }
+    QStringList steps; // each Complete as "<request> <status>"
+    QList<Completion> all;
+};
+// Runs one request of client c to its Complete.
+#define DAV(c, call) QVERIFY(settle(&(c), 1, [&] { (c).call; }))
+
+// The control with the ids typed in; its events go to `seen`.
+struct Uc : UcCloudSrvr {
+    Uc(const QString& userId, const QString& serverId)
+    {
+        setUcCloudUserId(userId);
+        setUcCloudServerId(serverId);
+        // The servers sorted: their order is the share's own.
+        connect(this, &UcCloudSrvr::ClientInfoReturn, this, [](QString& id, QString& list) {
+            QStringList names = list.split(u',');
+            names.sort();
+            seen << "ClientInfoReturn:" + id + u'|' + names.join(u',');
+        });
+        connect(this, &UcCloudSrvr::ServerInfoReturn, this,
+                [](QString& list) { seen << "ServerInfoReturn:" + list; });
+        connect(this, &UcCloudSrvr::ValidateUser, this,
+                [](bool& found) { seen << (found ? "ValidateUser:true" : "ValidateUser:false"); });
+        connect(this, &UcCloudSrvr::CloudFileReceived, this,
+                [](QString& text) { seen << "CloudFileReceived:" + text; });
+    }
+    // The log with "|" for a line end and the servers' reason phrases left out.
+    QString log() const
+    {
+        static const QRegularExpression reason("^(\\d{3}) [^\r\n]*",
+                                               QRegularExpression::MultilineOption);
+        return QString(txtLog->text()).replace(reason, QStringLiteral("\\1")).replace("\r\n", "|");
+    }
+    bool idle() const
+    {
+        return isEnabled() && cursor().shape() == Qt::ArrowCursor && !TimerEnabled();
+    }
+};
+} // namespace
+
+class TestCloudShare : public QObject
+{
+    Q_OBJECT
+    QString url, user, password, root; // the share
+    QString dir, owner;                // this run's client folder and user id
+
+    DavClient share() const { return DavClient(url, user, password); }
+    QByteArray onShare(const QString& path) const
+    {
+        QFile f(root + u'/' + path);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+    void useAccount(const QString& baseUrl)
+    {
+        SettingsStore::put(CloudShare::kBaseUrlKey, baseUrl);
+        SettingsStore::put(CloudShare::kUserKey, user);
+        SettingsStore::put(CloudShare::kPasswordKey, password);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        const auto env = serviceEnv(QStringLiteral("webdav"));
+        url = env.value("DAV_URL"), user = env.value("DAV_USER");
+        password = env.value("DAV_PASSWORD"), root = env.value("DAV_ROOT");
+        QVERIFY2(!url.isEmpty(), "the webdav fixture is not running");
+        // This run's own names: nothing another run left is in the way.
+        const QString run = QString::number(QDateTime::currentMSecsSinceEpoch(), 36);
+        dir = "api" + run;
+        owner = "u" + run;
+        setMsgRecorder([](const Message& m) {
+            static const QStringList icons = {
+                "", "Critical: ", "Question: ", "Exclamation: ", "Info: "};
+            seen << icons[int(m.icon)] + m.text;
+        });
+        useAccount(url);
+        DavClient api = share();
+        const QString own = "CloudPrint/" + owner, client = own + "-client";
+        for (const QString& p :
+             {dir, QStringLiteral("CloudPrint"), own, own + "/srv1", own + "/empty",
+              own + "/BigBox", own + "-none", client, client + "/alpha", client + "/Beta"}) {
+            DAV(api, MakeDir(p));
+            QVERIFY2(api.steps.last() == "MakeDir 201" || p == "CloudPrint", qPrintable(p));
+        }
+        DAV(api, PutFileBytes(own + "/srv1/File_1.ps", kJob.toUtf8(), "x/y"));
+        DAV(api, PutFileBytes(client + "/note.ps", "n", "x/y")); // a file is not a server
+        QCOMPARE(api.steps.last(), QStringLiteral("PutFileBytes 201"));
+    }
+    void cleanupTestCase()
+    {
+        DavClient api = share();
+        for (const QString& p : {dir, "CloudPrint/" + owner, "CloudPrint/" + owner + "-none",
+                                 "CloudPrint/" + owner + "-client"})
+            settle(&api, 1, [&] { api.Delete(p); });
+        setMsgRecorder({});
+    }
+    void init() { seen.clear(); }
+
+    void client()
+    {
+        DavClient api = share();
+        // Aborted: Complete at once, with the tag given then; the flag stays till the next request.
+        api.GetDir(QString(), true, QStringLiteral("first"));
+        api.AbortRequest(QStringLiteral("stop"));
+        QCOMPARE(api.steps.size(), 1);
+        QVERIFY(api.steps[0].startsWith("GetDir ") && api.Aborted() && !api.Tag().isValid());
+        QCOMPARE(api.ReadyState(), 0);
+        QCOMPARE(api.last().tag.toString(), QStringLiteral("stop"));
+        api.steps.clear();
+        api.GetFileText(QStringLiteral("nowhere.ps")); // replaced by the next: never completes
+        QVERIFY(!api.Aborted());
+
+        const QByteArray binary("\x00\x01\xff\xfe", 4);
+        // Blanks and backslashes ("\" separates levels on the share) escaped, escapes kept.
+        QCOMPARE(api.RequestUrl("a\\b c%20d"), url + "a%5Cb%20c%20d");
+        DAV(api, PutFileBytes(dir + "/job 1.ps", binary, "application/x-raw"));
+        DAV(api, MakeDir(dir + "\\sub"));
+        DAV(api, GetFileLength(dir + "/job%201.ps"));
+        QCOMPARE(api.last().length, 4);
+        DAV(api, GetFileBytes(u'/' + dir + "/job 1.ps/"));
+        QCOMPARE(api.last().bytes, binary);
+        QCOMPARE(api.last().readyState, 4);
+        DAV(api, GetDir(dir, true));
+        QVERIFY(api.last().xml.contains(QStringLiteral("multistatus")));
+        QStringList names;
+        for (const DirEntry& e : api.last().entries) {
+            names << e.name + (e.isCollection ? QString("/") : u' ' + QString::number(e.length));
+            QVERIFY(e.lastModified.date().year() >= 2024 && !e.contentType.isEmpty());
+        }
+        names.sort();
+        QCOMPARE(names, QStringList({dir + "/", "job%201.ps 4", "sub/"}));
+        DAV(api, GetDir(QString(), false)); // the base itself
+        QCOMPARE(api.last().entries.size(), 1);
+        DAV(api, Copy(dir + "/job 1.ps", dir + "/two", false, false));
+        DAV(api, Copy(dir + "/job 1.ps", dir + "/two", false, false)); // not over a file
+        DAV(api, PutFileBytes(dir + "/one", "1", "x/y"));
+        DAV(api, Copy(dir + "/one", dir + "/two", true, false));
+        DAV(api, Move(dir + "/two", dir + "/sub/three", false));
+        DAV(api, Copy(dir + "/sub", dir + "/deep", false, true));
+        DAV(api, Copy(dir + "/sub", dir + "/flat", false, false)); // the collection alone
+        DAV(api, Move(dir + "/deep", dir + "/moved", true));       // all of it
+        DAV(api, Delete(dir + "/sub/three"));
+        DAV(api, GetOptions(QStringLiteral("opt")));
+        QCOMPARE(api.steps,
+                 QStringList({"PutFileBytes 201", "MakeDir 201", "GetFileLength 200",
+                              "GetFileBytes 200", "GetDir 207", "GetDir 207", "Copy 201",
+                              "Copy 412", "PutFileBytes 201", "Copy 204", "Move 201", "Copy 201",
+                              "Copy 201", "Move 201", "Delete 204", "GetOptions 200"}));
+        QCOMPARE(onShare(dir + "/moved/three"), QByteArray("1"));
+        QVERIFY(QFileInfo(root + u'/' + dir + "/flat").isDir());
+        for (const char* gone : {"/two", "/sub/three", "/flat/three", "/deep"})
+            QVERIFY2(!QFile::exists(root + u'/' + dir + gone), gone);
+
+        QCOMPARE(api.last().tag.toString(), QStringLiteral("opt"));
+        // "Name:value" items found by names in any case; OPTIONS asks the base URL itself.
+        QVERIFY(api.last().headers.Item(QStringLiteral("dav")).startsWith(QStringLiteral("DAV:")));
+        QVERIFY(api.last().headers.Item(QStringLiteral("ALLOW")).startsWith("Allow:"));
+        // Apache's request log is beside the share.
+        QVERIFY(onShare("../../logs/access.log").contains("\"OPTIONS /dav/ HTTP/1.1\" 200"));
+        // Answer data lives only while Complete runs; the status, its text and the request stay.
+        QVERIFY(api.DirEntries().isEmpty() && api.XML().isEmpty() && api.FileBytes().isEmpty());
+        QVERIFY(api.Length() == 0 && api.RespHeaders().isEmpty() && !api.Tag().isValid());
+        QVERIFY(api.Status() == 200 && !api.StatusText().isEmpty() &&
+                api.Request() == ThinDavApi::rqGetOptions);
+    }
+
+    void failures_data()
+    {
+        QTest::addColumn<QString>("where"); // "share", "closed" or what a raw server answers
+        QTest::addColumn<Call>("call");
+        QTest::addColumn<QString>("status"); // and its text unless the server's own
+        QTest::addColumn<bool>("completes");
+        QTest::addColumn<QString>("header"); // item "N" of the answer's headers
+        const auto row = [](const char* tag, const char* where, const Call& call,
+                            const char* status, bool completes = true, const char* header = "") {
+            QTest::newRow(tag) << QString(where) << call << QString(status) << completes
+                               << QString(header);
+        };
+        using A = ThinDavApi;
+        const Call putText = [](A& a, const QString& d) { a.PutFileText(d, "x", "text/plain"); };
+        const Call putBytes = [](A& a, const QString& d) { a.PutFileBytes(d, "x", "x/y"); };
+        const Call list = [](A& a, const QString& d) { a.GetDir(d + "/nothing", true); };
+        const Call length = [](A& a, const QString& d) { a.GetFileLength(d + "/no.ps"); };
+        const Call options = [](A& a, const QString&) { a.GetOptions(); };
+        row("missing file", "share", length, "404"); // its answer has a length, the file none
+        row("closed: options", "closed", options, "400 Bad Request");
+        // The PUTs raise no Complete; PutFileText still tells the user.
+        row("closed: text upload", "closed", putText, "405 Method Not Allowed", false);
+        row("closed: bytes upload", "closed", putBytes, "405 Method Not Allowed", false);
+        row("length not a number", "200 OK\r\nContent-Length: lots\r\n\r\n", length, "200");
+        // A 207 that is not a multistatus fails the listing with the parser's reason.
+        row("listing not xml", "207 Multi-Status\r\nContent-Length: 9\r\n\r\n<D:a><b>x", list,
+            "-1");
+        row("listing not multistatus",
+            "207 Multi-Status\r\nContent-Length: 23\r\n\r\n<html><p>hi</p></html>\n", list,
+            "-1 no \"multistatus\" found");
+        // Qt hands repeated header lines over joined (same meaning in HTTP): one item.
+        row("header twice", "200 OK\r\nN: x\r\nN: y\r\nContent-Length: 0\r\n\r\n", options, "200",
+            true, "N:x, y");
+    }
+    void failures()
+    {
+        QFETCH(QString, where);
+        QFETCH(Call, call);
+        QFETCH(QString, status);
+        QFETCH(bool, completes);
+        QFETCH(QString, header);
+        QObject scope;
+        DavClient api(where == "share"    ? url
+                      : where == "closed" ? davUrl()
+                                          : answering(&scope, where.toUtf8()),
+                      user, password);
+        QVERIFY(settle(&api, completes, [&] {
+            call(api, dir);
+            QCOMPARE(api.ReadyState(), 1);
+        }));
+        QVERIFY(!api.StatusText().isEmpty());
+        const QString got = QString::number(api.Status()) + u' ' + api.StatusText();
+        QCOMPARE(status.contains(u' ') ? got : got.section(u' ', 0, 0), status);
+        QCOMPARE(api.IsStatus2XX(), status.startsWith(u'2'));
+        QCOMPARE(seen.size(), api.Request() == ThinDavApi::rqPutFileText ? 1 : 0);
+        if (completes) {
+            QVERIFY(api.last().entries.isEmpty() && api.last().bytes.isEmpty());
+            QCOMPARE(api.last().length, 0);
+            QCOMPARE(api.last().headers.Item(QStringLiteral("N")), header);
+        }
+    }
+
+    void headerCollectionRules()
+    {
+        const DavCollection h = BuildRespHeaders(
+            QStringLiteral("N: x\r\nServer: test\r\n  \r\nn:y\r\nNoColon\r\nA: b: c \r\n"));
+        // The joined item moves to the end, under the key of the later line.
+        QCOMPARE(h.Keys(), QStringList({"Server", "n", "NoColon", "A"}));
+        QCOMPARE(h.Item(QStringLiteral("N")), QStringLiteral("N:x, n:y"));
+        QCOMPARE(h.Item(QStringLiteral("NoColon")), QString());
+        QCOMPARE(h.Item(QStringLiteral("a")), QStringLiteral("A:b: c"));
+        QCOMPARE(h.Item(QStringLiteral("Missing")), QString());
+    }
+
+    void account()
+    {
+        for (const QString& key :
+             {CloudShare::kBaseUrlKey, CloudShare::kUserKey, CloudShare::kPasswordKey})
+            SettingsStore::remove(key);
+        const auto used = [](const UcCloudSrvr& uc) {
+            return QStringList({uc.Dav()->BaseUrl(), uc.Dav()->User, uc.Dav()->PW});
+        };
+        QCOMPARE(used(UcCloudSrvr()),
+                 QStringList({CloudShare::DefaultBaseUrl(), CloudShare::DefaultUser(),
+                              CloudShare::DefaultPassword()}));
+        useAccount(url.chopped(1)); // no trailing "/"
+        UcCloudSrvr uc;
+        useAccount(url);
+        QCOMPARE(used(uc), QStringList({url, user, password}));
+        QCOMPARE(uc.txtLog->text(), "ThinDavApi Version = 001.000\r\nRequesting OPTIONS\r\n"
+                                    "BaseURL = " +
+                                        url.chopped(1) + "\r\n\r\nOpening DAV share\r\n");
+    }
+
+    void uploadListDownload()
+    {
+        const QString path = "CloudPrint/" + owner + "/PrintBox";
+        const QString folder = QString(path).replace(u'/', u'\\');
+        DavClient api = share();
+        DAV(api, MakeDir(path));
+        Uc uc(u' ' + owner.toUpper(), QStringLiteral(" PrintBox "));
+        QVERIFY(settle(uc.Dav(), 2, [&] { uc.UcUploadToCloudFile(folder, "File_A", kJob); }));
+        DAV(api, MakeDir(path + "/sub")); // not a job
+        // As the main window does: fetch the first listed file when the list comes.
+        connect(&uc, &UcCloudSrvr::ServerInfoReturn, &uc, [&uc](QString& list) {
+            if (!list.isEmpty())
+                uc.UcCheckDownloadList(list.section(u',', 0, 0));
+        });
+        for (int round = 0; round < 2; ++round) // the job stays on the share: listed again
+            QVERIFY(settle(uc.Dav(), 2, [&] { uc.UcCheckCloudList(); }));
+        const QStringList round = {"ServerInfoReturn:File_A.ps", "CloudFileReceived:" + kJob};
+        QCOMPARE(seen, QStringList({"Print Uploaded to Cloud...\r\nPress Button 'Get Cloud Data' "
+                                    "in server program to print."}) +
+                           round + round);
+        QCOMPARE(uc.txtDirectory->text(), folder);
+        QVERIFY(uc.Dav()->FileText().isEmpty()); // the text only while Complete runs
+        QVERIFY(uc.log().endsWith("Requesting GET|200|"));
+        QCOMPARE(onShare(path + "/File_A.ps"), kJob.toUtf8());
+        QVERIFY(uc.idle());
+    }
+
+    // One call of the control, with user "%u" (this run's) typed in as the row says and
+    // server "srv1" unless it says otherwise: what it shows and raises, and its log's tail.
+    void chains_data()
+    {
+        QTest::addColumn<QString>("where"); // "share", "wrong password", "closed" or "silent"
+        QTest::addColumn<QString>("typed"); // the user id
+        QTest::addColumn<QString>("call"); // "server|list ID", "client", "get FILE", "put DIR NAME"
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<QStringList>("outcome"); // "%1": the server's reason
+        QTest::addColumn<QString>("log");
+        const auto row = [](const char* tag, const char* where, const char* typed, const char* call,
+                            int requests, const QStringList& outcome, const char* log) {
+            QTest::newRow(tag) << QString(where) << QString(typed) << QString(call) << requests
+                               << outcome << QString(log);
+        };
+        const QStringList found = {"User Id Found...%u", "ValidateUser:true"};
+        const QStringList notFound = {"User Id Not Found...%u", "ValidateUser:false"};
+        const QString openFailed = "Exclamation: Open file gone.ps\r\n\r\nfailed\r\n\r\n%1";
+        row("new server", "share", "  %U ", "server NewBox", 3, found, "Requesting MKCOL|201|");
+        row("known server", "share", "%u", "server srv1", 2, found,
+            "Requesting PROPFIND|207||Requesting PROPFIND|207||");
+        // Looked up as "bigbox", never found: the MKCOL comes again and fails, only logged.
+        row("capital letters", "share", "%u", "server BigBox", 3, found,
+            "Requesting MKCOL|405|Failed||");
+        row("unknown user", "share", " Nobody%u", "server srv1", 1,
+            {"User Id Not Found...nobody%u", "ValidateUser:false"}, "Requesting PROPFIND|207||");
+        row("wrong password", "wrong password", "%u", "server srv1", 1, notFound,
+            "Requesting PROPFIND|401|");
+        row("closed: find server", "closed", "%u", "server srv1", 1, notFound,
+            "Requesting PROPFIND|1 Connection refused|");
+        // Accepts and never answers: an armed timer aborts the request.
+        row("no answer, timer set", "silent", "%u", "server srv1", 1, {},
+            "Requesting PROPFIND|Aborted due to timeout||");
+        row("client's servers", "share", " %U-CLIENT", "client", 2,
+            {"ClientInfoReturn: %U-CLIENT|Beta,alpha"}, "Requesting PROPFIND|207||");
+        row("client without servers", "share", "%u-none", "client", 2,
+            {"ClientInfoReturn:%u-none|"}, "Requesting PROPFIND|207||");
+        row("unknown client", "share", "ghost", "client", 1,
+            {"User Id Not Found...ghost", "ClientInfoReturn:ghost|"}, "Requesting PROPFIND|207||");
+        row("server without jobs", "share", "%u", "list empty", 1, {"ServerInfoReturn:"},
+            "Requesting PROPFIND|207||");
+        row("missing server", "share", "%u", "list missing", 1, {"ServerInfoReturn:"},
+            "Requesting PROPFIND|404|");
+        row("closed: list", "closed", "%u", "list srv1", 1, {"ServerInfoReturn:"},
+            "Requesting PROPFIND|1 Connection refused|");
+        row("missing file", "share", "%u", "get gone.ps", 1, {openFailed},
+            "Requesting GET|404|Failed||");
+        row("closed: download", "closed", "%u", "get gone.ps", 1, {openFailed},
+            "Requesting GET|1 Connection refused|Failed||");
+        // Found by HEAD, never PUT; the run-time error reaches the user.
+        row("job exists", "share", "%u", "put srv1 File_1", 1,
+            {"Critical: Run-time error '424': Object required"},
+            "Requesting HEAD|200|Failed, already exists||");
+        row("missing folder", "share", "%u", "put nofolder job", 2,
+            {ThinDavApi::UploadMessage(), "Exclamation: Make file job.ps\r\n\r\nfailed\r\n\r\n%1"},
+            "Requesting PUT|409|Failed||");
+        // HEAD fails, so the PUT goes out; it fails without Complete: the control stays busy.
+        row("closed: upload", "closed", "%u", "put srv1 job", 1, {ThinDavApi::UploadMessage()},
+            "Requesting HEAD|1 Connection refused|Requesting PUT|");
+    }
+    void chains()
+    {
+        QFETCH(QString, where);
+        QFETCH(QString, typed);
+        QFETCH(QString, call);
+        QFETCH(int, requests);
+        QFETCH(QStringList, outcome);
+        QFETCH(QString, log);
+        QTcpServer silent;
+        Uc uc(typed.replace("%u", owner).replace("%U", owner.toUpper()), QStringLiteral("srv1"));
+        if (where == "closed")
+            uc.Dav()->setBaseUrl(davUrl());
+        else if (where == "wrong password")
+            uc.Dav()->PW = QStringLiteral("wrong");
+        else if (where == "silent") {
+            QVERIFY(silent.listen(QHostAddress::LocalHost, 0));
+            uc.Dav()->setBaseUrl(davUrl(silent.serverPort()));
+            uc.tmrTimeout->setInterval(50);
+        }
+        const QStringList words = call.split(u' ');
+        if (words[0] == "server" || words[0] == "list")
+            uc.setUcCloudServerId(u' ' + words[1] + u' ');
+        const auto act = [&] {
+            if (words[0] == "server" || words[0] == "client") {
+                words[0] == "server" ? uc.UcFindServerInfo() : uc.UcFindClientInfo();
+                QCOMPARE(uc.txtDirectory->text(), QStringLiteral("CloudPrint")); // looked in
+            } else if (words[0] == "list")
+                uc.UcCheckCloudList();
+            else if (words[0] == "get")
+                uc.UcCheckDownloadList(words[1]);
+            else
+                uc.UcUploadToCloudFile("CloudPrint\\" + owner + u'\\' + words[1], words[2], "x");
+            // Busy until the share answers; the timer is on, but at interval 0 never ticks.
+            QVERIFY(!uc.isEnabled() && uc.cursor().shape() == Qt::WaitCursor && uc.TimerEnabled());
+            QCOMPARE(uc.tmrTimeout->isActive(), where == "silent");
+        };
+        QVERIFY(settle(uc.Dav(), requests, act));
+        const QString reason = uc.Dav()->StatusText();
+        QVERIFY(!outcome.join(QString()).contains("%1") || !reason.isEmpty());
+        QCOMPARE(seen, outcome.replaceInStrings("%u", owner)
+                           .replaceInStrings("%U", owner.toUpper())
+                           .replaceInStrings("%1", reason));
+        QVERIFY2(uc.log().endsWith(log), qPrintable(uc.log().right(80)));
+        if (uc.Dav()->Status() >= 100 && uc.idle()) // logged with the server's own reason
+            QVERIFY(
+                uc.txtLog->text().contains(QString::number(uc.Dav()->Status()) + u' ' + reason));
+        QCOMPARE(uc.idle(), !log.endsWith("Requesting PUT|"));
+        // A server made is on the share, asked for with "\" between user and server.
+        if (log.endsWith("MKCOL|201|")) {
+            QVERIFY(QFileInfo(root + "/CloudPrint/" + owner + u'/' + words[1]).isDir());
+            QVERIFY(onShare("../../logs/access.log")
+                        .contains("\"MKCOL /dav/CloudPrint%5C" +
+                                  (owner + u'/' + words[1]).toUtf8() + " HTTP/1.1\" 201"));
+        }
+        // No user made, no job touched.
+        QVERIFY(!QFile::exists(root + "/CloudPrint/nobody" + owner));
+        QCOMPARE(onShare("CloudPrint/" + owner + "/srv1/File_1.ps"), kJob.toUtf8());
+    }
+};
+
+QTEST_MAIN(TestCloudShare)
+#include "tst_cloudshare.moc"
