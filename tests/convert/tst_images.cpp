@@ -8,7 +8,6 @@
 #include "convert/printers.h"
 
 #include <QDir>
-#include <QImageReader>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -85,47 +84,52 @@ private slots:
 
     void sizes_data()
     {
-        QTest::addColumn<int>("width");
-        QTest::addColumn<int>("height");
+        QTest::addColumn<QSize>("size");
         QTest::addColumn<int>("pitch");  // bytes per row; -1: run-time error 6
         QTest::addColumn<int>("result"); // of Create: 1 made, 0 refused, or the error raised
-        QTest::newRow("1") << 1 << 1 << 4 << 1;
-        QTest::newRow("2") << 2 << 1 << 8 << 1;
-        QTest::newRow("3") << 3 << 1 << 12 << 1;
-        QTest::newRow("4") << 4 << 2 << 12 << 1;
-        QTest::newRow("page") << 2550 << 3300 << 7652 << 1; // the memory passes on
-        QTest::newRow("widest row") << 715827881 << 0 << 2147483644 << 0;
-        QTest::newRow("row too wide") << 715827882 << 1 << -1 << rt::Overflow;
-        QTest::newRow("image too large") << 100000 << 100000 << 300000 << rt::Overflow;
-        QTest::newRow("no width") << 0 << 10 << 0 << 0;
-        QTest::newRow("no height") << 10 << 0 << 32 << 0;
-        QTest::newRow("negative") << -4 << 10 << -12 << 0;
+        QTest::newRow("1") << QSize(1, 1) << 4 << 1;
+        QTest::newRow("2") << QSize(2, 1) << 8 << 1;
+        QTest::newRow("3") << QSize(3, 1) << 12 << 1;
+        QTest::newRow("4") << QSize(4, 2) << 12 << 1;
+        QTest::newRow("page") << QSize(2550, 3300) << 7652 << 1; // the memory passes on
+        QTest::newRow("widest row") << QSize(715827881, 0) << 2147483644 << 0;
+        QTest::newRow("row too wide") << QSize(715827882, 1) << -1 << rt::Overflow;
+        QTest::newRow("image too large") << QSize(100000, 100000) << 300000 << rt::Overflow;
+        QTest::newRow("no width") << QSize(0, 10) << 0 << 0;
+        QTest::newRow("no height") << QSize(10, 0) << 32 << 0;
+        QTest::newRow("negative") << QSize(-4, 10) << -12 << 0;
     }
     void sizes()
     {
-        QFETCH(int, width);
-        QFETCH(int, height);
+        QFETCH(QSize, size);
         QFETCH(int, pitch);
         QFETCH(int, result);
-        if (pitch == -1)
-            QCOMPARE(raisedErrorOf([&] { cDIBSection::BytesPerScanLine(width); }), rt::Overflow);
-        else
-            QCOMPARE(cDIBSection::BytesPerScanLine(width), pitch);
+        const int w = size.width(), h = size.height();
+        int bytes = 0;
+        QCOMPARE(raisedErrorOf([&] { bytes = cDIBSection::BytesPerScanLine(w); }),
+                 pitch == -1 ? rt::Overflow : 0);
+        QVERIFY(pitch == -1 || bytes == pitch);
         // A new image replaces a written page and starts all black.
         cDIBSection d;
         QVERIFY(d.Create(2550, 3300));
         const quintptr first = d.hDib();
         std::memset(d.DIBSectionBitsPtr(), 0xAB, size_t(d.BytesPerScanLine()) * 3300);
         bool made = false;
-        QCOMPARE(raisedErrorOf([&] { made = d.Create(width, height); }), result > 1 ? result : 0);
+        QCOMPARE(raisedErrorOf([&] { made = d.Create(w, h); }), result > 1 ? result : 0);
         QVERIFY(made == (result == 1) && (d.hDib() != 0) == made && d.hDib() != first);
-        QVERIFY(!made || (d.Width() == width && d.Height() == height && zeroed(d, false)));
+        QVERIFY(!made || (d.Width() == w && d.Height() == h && zeroed(d, false)));
         quintptr handle = 123;
-        raisedErrorOf([&] { d.CreateDIB(width, height, handle); });
+        raisedErrorOf([&] { d.CreateDIB(w, h, handle); });
         QCOMPARE(handle != 0, made);
+        // Emptied, it has nothing to write: that is shown and leaves no file.
         d.ClearUp();
         QVERIFY(d.hDib() == 0 && !d.DIBSectionBitsPtr() && d.Width() == 0);
         QCOMPARE(raisedErrorOf([&] { d.CreateFromPicture(QImage()); }), 0);
+        QVERIFY(!SaveJPG(d, m_dir.filePath("empty.jpg"), 95));
+        QVERIFY(QDir(m_dir.path()).entryList({"empty*", "*.tmp"}).isEmpty());
+        QCOMPARE(m_shown.size(), 1);
+        QVERIFY(m_shown[0].text == "Failed to save to JPG" &&
+                m_shown[0].icon == MsgIcon::Exclamation);
     }
 
     void picturesThroughTheJpegWriter_data()
@@ -161,11 +165,8 @@ private slots:
         // Under a name beyond Latin-1, the right way up; greys as one channel.
         const QString file = m_dir.filePath(QString("стр_ページ_%1.jpg").arg(format));
         QVERIFY(SaveJPG(d, file, 95));
-        QImageReader reader(file);
-        QCOMPARE(reader.format(), "jpeg");
-        const QImage back = reader.read();
+        const QImage back(file);
         QCOMPARE(back.format(), grey ? QImage::Format_Grayscale8 : QImage::Format_RGB32);
-        QCOMPARE(back.size(), size);
         qint64 error = 0;
         for (int y = 0; y < size.height(); ++y)
             for (int x = 0; x < size.width(); ++x)
@@ -180,19 +181,7 @@ private slots:
         QVERIFY(!d.IsGrayscale() && SaveJPG(d, file, 95));
         QCOMPARE(QImage(file).format(), QImage::Format_RGB32);
         QVERIFY(m_shown.isEmpty());
-    }
-
-    void jpegFailuresAreShownAndLeaveNoFile()
-    {
-        cDIBSection d, empty;
-        d.CreateFromPicture(pattern(40, 20));
-        QVERIFY(!SaveJPG(d, m_dir.filePath("missing/folder/x.jpg"), 95));
-        QVERIFY(!SaveJPG(empty, m_dir.filePath("empty.jpg"), 95));
-        QCOMPARE(m_shown.size(), 2);
-        for (const Message& m : m_shown)
-            QVERIFY(m.text == "Failed to save to JPG" && m.icon == MsgIcon::Exclamation);
-        QVERIFY(!QFileInfo::exists(m_dir.filePath("empty.jpg")));
-        QCOMPARE(QDir(m_dir.path()).entryList({"*.tmp"}, QDir::Files).size(), 0);
+        QVERIFY(!SaveJPG(d, m_dir.filePath("no/folder.jpg"), 95) && m_shown.size() == 1);
     }
 
     void rops_data()
@@ -229,8 +218,8 @@ private slots:
         cDIBSection d;
         QVERIFY(d.Create(4, 3));
         d.LoadPictureBlt(source, 5, 6, 2, 2);
-        QImage in = d.toImage();
-        QVERIFY(in.pixel(0, 0) == source.pixel(5, 6) && in.pixel(1, 1) == source.pixel(6, 7));
+        QImage in = d.toImage().convertToFormat(QImage::Format_RGB32);
+        QCOMPARE(in.copy(0, 0, 2, 2), source.copy(5, 6, 2, 2));
         QVERIFY(in.pixel(2, 0) == black && in.pixel(0, 2) == black); // outside width, height
         // The whole image by default, clipped by the source's edge.
         d.LoadPictureBlt(source, 8, 8);
@@ -242,7 +231,7 @@ private slots:
         QImage out(10, 10, QImage::Format_RGB32);
         out.fill(white);
         d.PaintPicture(out, 3, 2);
-        QVERIFY(out.pixel(3, 2) == source.pixel(0, 0) && out.pixel(8, 5) == source.pixel(5, 3));
+        QCOMPARE(out.copy(3, 2, 6, 4), source.copy(0, 0, 6, 4));
         QVERIFY(out.pixel(2, 2) == white && out.pixel(9, 6) == white);
         out.fill(white);
         d.PaintPicture(out, 0, 0, 2, 1, 4, 3);
