@@ -1,7 +1,6 @@
 #!/bin/bash
-# Pages as the program has Ghostscript make them, for both convert programs:
-# 1- and 3-page jobs with the print (tifflzw) and colour image (tiff12nc)
-# options, each run with a private TMPDIR. Usage: pages.sh OUTDIR
+# Pages as the program has Ghostscript make them, with the print (tifflzw) and
+# colour image (tiff12nc) options and a private TMPDIR. Usage: pages.sh OUTDIR
 set -eu
 mkdir -p "$1/tmp"
 for n in 1 3; do

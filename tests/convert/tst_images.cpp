@@ -77,7 +77,9 @@ class TestImages : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(QDir::setCurrent(qEnvironmentVariable("QUORVEL_TEST_PAGES")));
+        QVERIFY2(QDir::setCurrent(qEnvironmentVariable("QUORVEL_TEST_PAGES")) &&
+                     QFile::exists("tiff12nc-3.tif"),
+                 "no pages: convert_pages renders them");
         setMsgRecorder([this](const Message& m) { m_shown.append(m); });
     }
     void init() { m_shown.clear(); }

@@ -64,6 +64,7 @@ private slots:
         const QStringList names = installedPrinterNames();
         for (const QString& q : {m_pdf, m_file, m_reject})
             QVERIFY2(!q.isEmpty() && names.contains(q), qPrintable(names.join(u',')));
+        QVERIFY2(QFile::exists(m_pages + "tifflzw-3.tif"), "no pages: convert_pages renders them");
         Log::setSink([this](const QString& line) { m_log.append(line); });
         setMsgRecorder([this](const Message& m) { m_shown.append(m); });
     }
