@@ -18,6 +18,7 @@
 #include <QNetworkReply>
 #include <QPrinterInfo>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
@@ -26,12 +27,6 @@
 
 namespace
 {
-int rowOf(const frmMain& form, const QString& text)
-{
-    const QList<QListWidgetItem*> found = form.List2->findItems(text, Qt::MatchExactly);
-    return found.size() == 1 ? form.List2->row(found.first()) : -1;
-}
-
 QColor background(const frmMain& form, int row)
 {
     return form.FG2->item(row, 1)->background().color();
@@ -87,8 +82,8 @@ private slots:
         form->show();
         QVERIFY(QTest::qWaitForWindowExposed(form.get()));
         const QStringList names = installedPrinterNames();
-        const int pdf = rowOf(*form, m_pdf), reject = rowOf(*form, m_reject),
-                  file = rowOf(*form, m_file), next = file > 0 ? file - 1 : file + 1;
+        const int pdf = names.indexOf(m_pdf), reject = names.indexOf(m_reject),
+                  file = names.indexOf(m_file), next = file > 0 ? file - 1 : file + 1;
         QCOMPARE(form->List2->count(), names.size());
         QCOMPARE(form->FG2->rowCount(), names.size());
         for (int i = 0; i < names.size(); ++i) {
@@ -154,13 +149,11 @@ private slots:
     void theTableHoldsOneHundredPrinters()
     {
         // Raw queues that print nowhere, removed again at the end.
-        struct Extra : QStringList {
-            ~Extra()
-            {
-                for (const QString& n : *this)
-                    runTool("lpadmin", {"-x", n});
-            }
-        } extra;
+        QStringList extra;
+        const auto remove = qScopeGuard([&] {
+            for (const QString& n : extra)
+                runTool("lpadmin", {"-x", n});
+        });
         for (qsizetype i = installedPrinterNames().size(); i < 101; ++i) {
             extra.append(QString("Extra%1").arg(i, 3, 10, QChar(u'0')));
             runTool("lpadmin", {"-p", extra.last(), "-v", "file:///dev/null", "-E"});
@@ -229,9 +222,7 @@ private slots:
     {
         // A scheduler that does not answer has no printers to offer.
         cupsSetServer(qPrintable(m_dir->filePath("nothing.sock")));
-        struct Restore {
-            ~Restore() { cupsSetServer(qPrintable(qEnvironmentVariable("CUPS_SERVER"))); }
-        } restore;
+        const auto restore = qScopeGuard([] { cupsSetServer(qgetenv("CUPS_SERVER")); });
         frmMain form(freePort());
         QVERIFY(form.List2->count() == 1 && form.FG2->rowCount() == 1);
         QCOMPARE(form.List2->item(0)->text(), "(No Printer Installed)");
