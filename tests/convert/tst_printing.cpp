@@ -32,13 +32,12 @@ QColor background(const frmMain& form, int row)
     return form.FG2->item(row, 1)->background().color();
 }
 
-// The row's state in the table and its picture, red when off-line.
+// The row's state in the table and its picture: red is off-line, green on-line.
 QString status(const frmMain& form, int row)
 {
     const QImage p = form.FG2->item(row, 0)->data(Qt::DecorationRole).value<QPixmap>().toImage();
-    return form.printerTableStatus(row + 1) + (p.isNull()                  ? ""
-                                               : qRed(p.pixel(8, 4)) > 128 ? " red"
-                                                                           : " green");
+    const QString state = form.printerTableStatus(row + 1);
+    return p.isNull() ? state : state + (qRed(p.pixel(8, 4)) > 128 ? " red" : " green");
 }
 } // namespace
 
@@ -75,7 +74,7 @@ private slots:
     }
     void cleanup() { CurrentPrinter::EndDoc(); }
 
-    void theListTheGridAndTheOfflineCheck()
+    void thePrinterListAndItsButtons()
     {
         // Without a remembered name the default printer is chosen.
         auto form = std::make_unique<frmMain>(freePort());
