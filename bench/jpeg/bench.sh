@@ -8,7 +8,7 @@
 set -euo pipefail
 build=$1
 here=$(cd "$(dirname "$0")" && pwd)
-genps=$here/../genps.sh
+genps=$here/../../tools/genps.sh
 exporter="$build/bench/jpeg/jpeg_export"
 pages=${JPEG_PAGES:-8}
 runs=${JPEG_RUNS:-3}
