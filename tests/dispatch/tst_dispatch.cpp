@@ -288,37 +288,30 @@ private slots:
         QCOMPARE(readFile(job.psPath), QByteArray("short\n"));
     }
 
-    void ghostscriptErrorsReachTheLog()
+    void ghostscriptRunsAreLoggedAndKeptApart()
     {
         TestServer s;
         frmMain& w = s.start();
-        const Job job = convert(w, "%!PS\nnosuchoperator\nshowpage\n");
-        const QString log = w.txtLog->text();
-        QVERIFY2(log.contains("Ghostscript ended with exit code 1 for " + job.outputPath),
-                 qPrintable(log));
-        QVERIFY2(log.contains(QLatin1String("Error: /undefined in nosuchoperator")),
+        const Job failed = convert(w, "%!PS\nnosuchoperator\nshowpage\n");
+        QString log = w.txtLog->text();
+        QVERIFY2(log.contains("Ghostscript ended with exit code 1 for " + failed.outputPath) &&
+                     log.contains(QLatin1String("Error: /undefined in nosuchoperator")),
                  qPrintable(log));
         w.txtLog->setText(QString());
         convert(w, makePsJob(1)); // a good job logs nothing
         QCOMPARE(w.txtLog->text(), QString());
-    }
 
-    void everyRunHasItsOwnTemporaryFolder()
-    {
-        TestServer s;
-        frmMain& w = s.start();
         QTemporaryFile secret(QDir::tempPath() + QStringLiteral("/quorvel-secret-XXXXXX"));
-        QVERIFY(secret.open());
-        secret.write("secret\n");
-        secret.flush();
+        QVERIFY(secret.open() && secret.write("secret\n") && secret.flush());
         // The job shows the name of a file in its temporary folder, then tries
         // the secret; the error brings the output to the log.
         convert(w, "%!PS\n(TEMPFILE=) print null (w) .tempfile pop = flush\n(" +
                        secret.fileName().toLocal8Bit() +
                        ") (r) file 100 string readstring pop (read: ) print =\nshowpage\n");
-        const QString log = w.txtLog->text();
-        QVERIFY2(log.contains(QLatin1String("Error: /invalidfileaccess")), qPrintable(log));
-        QVERIFY2(!log.contains(QLatin1String("read: ")), qPrintable(log));
+        log = w.txtLog->text();
+        QVERIFY2(log.contains(QLatin1String("Error: /invalidfileaccess")) &&
+                     !log.contains(QLatin1String("read: ")),
+                 qPrintable(log));
         const qsizetype at = log.indexOf(QLatin1String("TEMPFILE="));
         QVERIFY2(at >= 0, qPrintable(log));
         const QString tmpdir =
@@ -328,62 +321,43 @@ private slots:
         QVERIFY2(!QFileInfo::exists(tmpdir), qPrintable(tmpdir)); // removed after the run
     }
 
-    void waitForFileSettlesOneSecond()
+    void waitLockAndWipe()
     {
         TestServer s;
         frmMain& w = s.start();
-        // The file turns up while the wait runs; a folder of that name is not it.
+        // The file turns up while the wait runs (a folder of that name is not
+        // it); the wait then lets Ghostscript write for one second more.
         const QString path = s.jobPath(QStringLiteral("late.tif"));
         QDir().mkpath(path);
         QElapsedTimer since;
         QTimer::singleShot(300, [&] {
             QDir(path).removeRecursively();
-            writeFile(path, "II*");
+            writeFile(path, QByteArray());
             since.start();
         });
         w.DoWait4FilePS2PDFCreated(path);
-        QVERIFY(QFileInfo(path).isFile());
         QVERIFY2(since.elapsed() >= 1000 && since.elapsed() < 3000,
                  qPrintable(QString::number(since.elapsed())));
-    }
 
-    void lockCheck()
-    {
-        TestServer s;
-        frmMain& w = s.start();
-        const QString path = s.jobPath(QStringLiteral("job.pdf"));
-        QVERIFY(w.IsFileTiffPDFLocked(path)); // missing
-        QVERIFY(!QFileInfo::exists(path));    // and not made by the check
-        writeFile(path, QByteArray());
         QVERIFY(w.IsFileTiffPDFLocked(path)); // empty
-        writeFile(path, QByteArray(3 << 20, 'p'));
+        QVERIFY(w.IsFileTiffPDFLocked(path + "x")); // missing
+        QVERIFY(!QFileInfo::exists(path + "x"));    // and not made by the check
+        const QByteArray content(3 << 20, 'p');
+        writeFile(path, content);
         QFile own(path); // our own descriptors do not count
         QVERIFY(own.open(QIODevice::ReadOnly));
         QVERIFY(!w.IsFileTiffPDFLocked(path));
-        // Another process that holds it open, for writing or reading, does.
+        // Another process that holds it open, for writing or reading, does,
+        // and the wipe leaves it for later.
         for (const char* redirect : {">>", "<"}) {
-            {
-                FileHolder other(path, redirect);
-                QVERIFY(w.IsFileTiffPDFLocked(path));
-            }
-            QVERIFY(!w.IsFileTiffPDFLocked(path));
+            FileHolder other(path, redirect);
+            QVERIFY(w.IsFileTiffPDFLocked(path));
+            QVERIFY(!WipeFile(path));
         }
-    }
-
-    void wipeOverwritesThenDeletes()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath(QStringLiteral("job.ps"));
-        const QString link = dir.filePath(QStringLiteral("seen-through-a-link"));
-        const QByteArray content = makePsJob(2);
-        writeFile(path, content);
+        QCOMPARE(readFile(path), content);
         // A hard link still sees the data after the name is deleted.
+        const QString link = s.jobPath(QStringLiteral("seen-through-a-link"));
         QCOMPARE(::link(qPrintable(path), qPrintable(link)), 0);
-        {
-            FileHolder gs(path, "<");
-            QVERIFY(!WipeFile(path)); // still open elsewhere: the caller tries again
-            QCOMPARE(readFile(path), content);
-        }
         QVERIFY(WipeFile(path));
         QVERIFY(!QFileInfo::exists(path));
         QCOMPARE(readFile(link), QByteArray(content.size(), 'X'));

@@ -203,7 +203,7 @@ private slots:
         QVERIFY(w.isVisible() && !(w.windowState() & Qt::WindowMinimized));
     }
 
-    void connectionLog()
+    void connectionLogAndBytes()
     {
         TestServer s;
         frmMain& w = s.start();
@@ -214,6 +214,17 @@ private slots:
         QCOMPARE(w.lblConnections->text(), QStringLiteral("1"));
         const QString id = w.lastRequestId();
         QVERIFY(id.toLongLong() > 0); // the accepted socket's descriptor
+        // 1 MiB with every byte value is kept as it came.
+        QByteArray payload("%!PS\n\0\r\n\xff\xfe", 10);
+        for (int round = 0; round < 4096; ++round)
+            for (int b = 0; b < 256; ++b)
+                payload.append(char((b * 7 + round) & 0xff));
+        send(*c, payload);
+        QTRY_COMPARE_WITH_TIMEOUT(w.jobBuffer().size(), payload.size(), 20000);
+        QVERIFY(w.jobBuffer() == payload);
+        w.Option8->setChecked(true); // nothing to convert: the close only logs
+        w.actionGroup->setExclusive(false);
+        w.Option1->setChecked(false);
         c->disconnectFromHost();
         QTRY_COMPARE(w.connectionCount(), 0);
         QCOMPARE(w.lblConnections->text(), QStringLiteral("0"));
@@ -223,24 +234,9 @@ private slots:
         QCOMPARE(log, (QStringList{"Listening to port: " + QString::number(s.port),
                                    "Connection request id " + id + " from 127.0.0.1",
                                    "Connection closed: 127.0.0.1"}));
-        // Nothing was dispatched: no job file, no message.
-        QCOMPARE(s.jobFiles(), QStringList());
-        QVERIFY(s.messages.empty());
-    }
-
-    void binaryPayloadIsKeptByteForByte()
-    {
-        TestServer s;
-        frmMain& w = s.start();
-        QByteArray payload("%!PS\n\0\r\n\xff\xfe", 10);
-        for (int round = 0; round < 4096; ++round)
-            for (int b = 0; b < 256; ++b)
-                payload.append(char((b * 7 + round) & 0xff)); // 1 MiB, every byte value
-        auto c = connectClient(s.port);
-        QVERIFY(c);
-        send(*c, payload);
-        QTRY_COMPARE_WITH_TIMEOUT(w.jobBuffer().size(), payload.size(), 20000);
-        QVERIFY(w.jobBuffer() == payload);
+        // Dispatched with no action chosen: the .ps is made and wiped, nothing else.
+        QTRY_VERIFY(!w.Text1->text().isEmpty() && s.jobFiles().isEmpty());
+        QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
     }
 
     void interleavedClientsMakeOneJob()
