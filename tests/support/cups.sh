@@ -48,18 +48,7 @@ chmod 0770 "$HOME_DIR/cache"
 chmod 1777 "$HOME_DIR/pdf" "$HOME_DIR/file"
 SOCKET=$HOME_DIR/cups.sock
 
-cat > "$HOME_DIR/conf/cups-files.conf" <<CONF
-ServerRoot $HOME_DIR/conf
-SystemGroup root lpadmin
-FileDevice Yes
-RequestRoot $HOME_DIR/spool
-TempDir $HOME_DIR/spool/tmp
-CacheDir $HOME_DIR/cache
-StateDir $HOME_DIR/state
-AccessLog $HOME_DIR/logs/access_log
-ErrorLog $HOME_DIR/logs/error_log
-PageLog $HOME_DIR/logs/page_log
-CONF
+sed "s|@HOME@|$HOME_DIR|g" "$(dirname "$0")/cups-files.conf.in" >"$HOME_DIR/conf/cups-files.conf"
 
 write_conf() {
     sed -e "s|@SOCKET@|$SOCKET|g" -e "s|@PORT@|$1|g" "$(dirname "$0")/cupsd.conf.in" \
@@ -68,14 +57,7 @@ write_conf() {
 
 # cups-pdf reads its settings only from /etc/cups/cups-pdf-NAME.conf.
 PDFCONF=/etc/cups/cups-pdf-$TAG.conf
-cat > "$PDFCONF" <<CONF
-Out $HOME_DIR/pdf
-AnonDirName $HOME_DIR/pdf
-UserUMask 0000
-Log $HOME_DIR/logs
-LogType 3
-Grp lpadmin
-CONF
+sed "s|@HOME@|$HOME_DIR|g" "$(dirname "$0")/cups-pdf.conf.in" >"$PDFCONF"
 
 export CUPS_SERVER=$SOCKET
 for attempt in $(seq 20); do
