@@ -44,10 +44,10 @@ private slots:
         QVERIFY(started.open(QIODevice::ReadOnly));
         QCOMPARE(started.readAll().trimmed(), program.fileName().toUtf8());
 
-        RunEntrySet("q", "/opt/100% \"q\"", true);
+        RunEntrySet("q", "/opt/100% \"q\" $HOME", true);
         QFile q(RunEntryLocation("q"));
         QVERIFY(q.open(QIODevice::ReadOnly));
-        QVERIFY(q.readAll().contains("\nExec=\"/opt/100%% \\\\\"q\\\\\"/q\"\n"));
+        QVERIFY(q.readAll().contains("\nExec=\"/opt/100%% \\\\\"q\\\\\" \\\\$HOME/q\"\n"));
         RunEntrySet("quorvel", folder, false);
         QVERIFY(!RunEntryExists("quorvel"));
         RunEntrySet("quorvel", folder, false); // removing what is not there says nothing
