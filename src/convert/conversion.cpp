@@ -53,8 +53,8 @@ namespace
 constexpr qsizetype kKeptOutput = 32 * 1024;
 constexpr int kLoggedLines = 60;
 
-void logFailure(const std::function<void(const QString&)>& log, const QString& target,
-                int exitCode, QProcess::ExitStatus status, const QByteArray& printed)
+void logFailure(const std::function<void(const QString&)>& log, const QString& target, int exitCode,
+                QProcess::ExitStatus status, const QByteArray& printed)
 {
     log(status == QProcess::NormalExit
             ? QStringLiteral("Ghostscript ended with exit code %1 for %2")
@@ -115,20 +115,18 @@ void StartGhostscript(const QString& commandLine, const QString& outputPath,
             printed->append(chunk.left(kKeptOutput - printed->size()));
     });
     // In the owner's context: a run ended with its owner logs nothing.
-    QObject::connect(gs, &QProcess::finished, owner,
-                     [log, gs, printed, tmp, outputPath](int exitCode,
-                                                         QProcess::ExitStatus status) {
-                         printed->append(
-                             gs->readAllStandardOutput().left(kKeptOutput - printed->size()));
-                         if (status != QProcess::NormalExit || exitCode != 0)
-                             logFailure(log, outputPath, exitCode, status, *printed);
-                         gs->deleteLater();
-                         tmp->remove();
-                         // The output is complete now: two quick events let a
-                         // waiting dispatch's two yields return and look again at once.
-                         QTimer::singleShot(0, qApp,
-                                            [] { QTimer::singleShot(0, qApp, [] {}); });
-                     });
+    QObject::connect(
+        gs, &QProcess::finished, owner,
+        [log, gs, printed, tmp, outputPath](int exitCode, QProcess::ExitStatus status) {
+            printed->append(gs->readAllStandardOutput().left(kKeptOutput - printed->size()));
+            if (status != QProcess::NormalExit || exitCode != 0)
+                logFailure(log, outputPath, exitCode, status, *printed);
+            gs->deleteLater();
+            tmp->remove();
+            // The output is complete now: two quick events let a
+            // waiting dispatch's two yields return and look again at once.
+            QTimer::singleShot(0, qApp, [] { QTimer::singleShot(0, qApp, [] {}); });
+        });
 
     gs->start(program, args);
     if (!gs->waitForStarted()) {

@@ -13,6 +13,5 @@ struct Job {
     OutputChoice choice;
 
     // The job's files in the job folder.
-    static Job named(const QString& baseName, const OutputChoice& choice,
-                     const QString& folder);
+    static Job named(const QString& baseName, const OutputChoice& choice, const QString& folder);
 };

@@ -6,8 +6,8 @@
 #include "common/paths.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
-#include "platform/ghostscript.h"
 #include "dispatch/jobfiles.h"
+#include "platform/ghostscript.h"
 #include "server/jobsocket.h"
 #include "server/socketlistener.h"
 

@@ -122,62 +122,62 @@ public:
     void ChkRun_Click();
 
     // --- controls, named as the window shows them (docs/main-window.md) ---
-    QGroupBox* Frame1 = nullptr;               // hidden: the tray test buttons
-    QGroupBox* Frame2 = nullptr;               // everything the user works with
-    QGroupBox* Frame3 = nullptr;               // hidden: the current job's paths
-    QGroupBox* Frame7 = nullptr;               // hidden: the cloud controls and files
-    QGroupBox* Frame8 = nullptr;               // hidden: the printer status pictures
-    QPushButton* Command1 = nullptr;           // "Save And Print": dispatch the buffer now
-    QPushButton* Command2 = nullptr;           // "Select Cloud Server"
-    QPushButton* Command3 = nullptr;           // "Scan => Network": the network scan window
-    QPushButton* Command4 = nullptr;           // "Properties" of the chosen printer
-    QPushButton* Command5 = nullptr;           // "Get Cloud Data": fetch a waiting cloud job
-    QPushButton* Command6 = nullptr;           // "Folder": open the job folder
-    QPushButton* Command7 = nullptr;           // "Printer Folder": the system's printer list
-    QPushButton* Command8 = nullptr;           // "Queue" of the chosen printer
-    QPushButton* Command9 = nullptr;           // check the printers' states again
-    QPushButton* cmdStartStop = nullptr;       // "Start SysTray" (hidden)
-    QPushButton* cmdClignote1 = nullptr;       // "&Blink icon" (hidden)
-    QPushButton* cmdAlternanceIcone1 = nullptr; // "&Alternate icons" (hidden)
-    QPushButton* cmdMessage1 = nullptr;        // "&Timed message" (hidden)
-    QRadioButton* Option1 = nullptr;           // "Save As Pdf"
-    QRadioButton* Option2 = nullptr;           // "Save As Image"
-    QRadioButton* Option3 = nullptr;           // "Print to Printer : =>"
-    QRadioButton* Option4 = nullptr;           // "Tiff File": keep the TIFF
-    QRadioButton* Option5 = nullptr;           // "Jpeg File": export JPEG pages
-    QRadioButton* Option6 = nullptr;           // "Grayscale"
-    QRadioButton* Option7 = nullptr;           // "Colour"
-    QRadioButton* Option8 = nullptr;           // "Others": neither TIFF nor JPEG
-    QRadioButton* Option9 = nullptr;           // "Print to Cloud Printer"
-    QButtonGroup* actionGroup = nullptr;       // Option1, 2, 3, 9
-    QButtonGroup* imageTypeGroup = nullptr;    // Option4, 5, 8
-    QButtonGroup* colourGroup = nullptr;       // Option6, 7
-    QCheckBox* ChkRun = nullptr;               // "Run Program on Windows Startup"
-    QCheckBox* Check1 = nullptr;               // "Cloud Print Server-Id :": register this id
-    QListWidget* List1 = nullptr;              // the connection log
-    QListWidget* List2 = nullptr;              // the printers; the chosen one gets print jobs
-    QListWidget* List3 = nullptr;              // hidden: files waiting on the share
-    QTableWidget* FG2 = nullptr;               // the printers with their on-line state
-    QLineEdit* TxtPath = nullptr;              // the current job's output file (shown)
-    QLineEdit* Text1 = nullptr;                // hidden: the current job's .ps file
-    QLineEdit* Text3 = nullptr;                // hidden: the Ghostscript command line
-    QLineEdit* TxtEmailId = nullptr;           // "Registered User ID :"
-    QLineEdit* TxtEdit = nullptr;              // the printer grid's cell editor (unused)
-    LogBox* txtLog = nullptr;                  // the log box
-    QLabel* lblAddress = nullptr;              // this computer's IP address
-    QLabel* lblHostID = nullptr;               // this computer's name
-    QLabel* lblConnections = nullptr;          // open connections
-    QLabel* Image5 = nullptr;                  // hidden: the tray's alternate icon
-    QLabel* picC = nullptr;                    // hidden: on-line picture
-    QLabel* picUnC = nullptr;                  // hidden: off-line picture
-    QTimer* Timer1 = nullptr;                  // one-shot printer state check
-    QMenu* mnuzMonMenu = nullptr;              // the tray icon's menu
-    QAction* mnuSettings = nullptr;            // "Settings": show the window
-    QAction* mnuzLigne = nullptr;              // separator
-    QAction* mnuQuitter = nullptr;             // "Exit"
+    QGroupBox* Frame1 = nullptr;                     // hidden: the tray test buttons
+    QGroupBox* Frame2 = nullptr;                     // everything the user works with
+    QGroupBox* Frame3 = nullptr;                     // hidden: the current job's paths
+    QGroupBox* Frame7 = nullptr;                     // hidden: the cloud controls and files
+    QGroupBox* Frame8 = nullptr;                     // hidden: the printer status pictures
+    QPushButton* Command1 = nullptr;                 // "Save And Print": dispatch the buffer now
+    QPushButton* Command2 = nullptr;                 // "Select Cloud Server"
+    QPushButton* Command3 = nullptr;                 // "Scan => Network": the network scan window
+    QPushButton* Command4 = nullptr;                 // "Properties" of the chosen printer
+    QPushButton* Command5 = nullptr;                 // "Get Cloud Data": fetch a waiting cloud job
+    QPushButton* Command6 = nullptr;                 // "Folder": open the job folder
+    QPushButton* Command7 = nullptr;                 // "Printer Folder": the system's printer list
+    QPushButton* Command8 = nullptr;                 // "Queue" of the chosen printer
+    QPushButton* Command9 = nullptr;                 // check the printers' states again
+    QPushButton* cmdStartStop = nullptr;             // "Start SysTray" (hidden)
+    QPushButton* cmdClignote1 = nullptr;             // "&Blink icon" (hidden)
+    QPushButton* cmdAlternanceIcone1 = nullptr;      // "&Alternate icons" (hidden)
+    QPushButton* cmdMessage1 = nullptr;              // "&Timed message" (hidden)
+    QRadioButton* Option1 = nullptr;                 // "Save As Pdf"
+    QRadioButton* Option2 = nullptr;                 // "Save As Image"
+    QRadioButton* Option3 = nullptr;                 // "Print to Printer : =>"
+    QRadioButton* Option4 = nullptr;                 // "Tiff File": keep the TIFF
+    QRadioButton* Option5 = nullptr;                 // "Jpeg File": export JPEG pages
+    QRadioButton* Option6 = nullptr;                 // "Grayscale"
+    QRadioButton* Option7 = nullptr;                 // "Colour"
+    QRadioButton* Option8 = nullptr;                 // "Others": neither TIFF nor JPEG
+    QRadioButton* Option9 = nullptr;                 // "Print to Cloud Printer"
+    QButtonGroup* actionGroup = nullptr;             // Option1, 2, 3, 9
+    QButtonGroup* imageTypeGroup = nullptr;          // Option4, 5, 8
+    QButtonGroup* colourGroup = nullptr;             // Option6, 7
+    QCheckBox* ChkRun = nullptr;                     // "Run Program on Windows Startup"
+    QCheckBox* Check1 = nullptr;                     // "Cloud Print Server-Id :": register this id
+    QListWidget* List1 = nullptr;                    // the connection log
+    QListWidget* List2 = nullptr;                    // the printers; the chosen one gets print jobs
+    QListWidget* List3 = nullptr;                    // hidden: files waiting on the share
+    QTableWidget* FG2 = nullptr;                     // the printers with their on-line state
+    QLineEdit* TxtPath = nullptr;                    // the current job's output file (shown)
+    QLineEdit* Text1 = nullptr;                      // hidden: the current job's .ps file
+    QLineEdit* Text3 = nullptr;                      // hidden: the Ghostscript command line
+    QLineEdit* TxtEmailId = nullptr;                 // "Registered User ID :"
+    QLineEdit* TxtEdit = nullptr;                    // the printer grid's cell editor (unused)
+    LogBox* txtLog = nullptr;                        // the log box
+    QLabel* lblAddress = nullptr;                    // this computer's IP address
+    QLabel* lblHostID = nullptr;                     // this computer's name
+    QLabel* lblConnections = nullptr;                // open connections
+    QLabel* Image5 = nullptr;                        // hidden: the tray's alternate icon
+    QLabel* picC = nullptr;                          // hidden: on-line picture
+    QLabel* picUnC = nullptr;                        // hidden: off-line picture
+    QTimer* Timer1 = nullptr;                        // one-shot printer state check
+    QMenu* mnuzMonMenu = nullptr;                    // the tray icon's menu
+    QAction* mnuSettings = nullptr;                  // "Settings": show the window
+    QAction* mnuzLigne = nullptr;                    // separator
+    QAction* mnuQuitter = nullptr;                   // "Exit"
     ctlSysTrayBalloon* ctlSysTrayBalloon1 = nullptr; // the tray icon
-    UcCloudSrvr* UcCloudSrvr1 = nullptr;       // receives: user check, cloud job list, fetch
-    UcCloudSrvr* UcCloudSrvr2 = nullptr;       // sends: cloud job upload
+    UcCloudSrvr* UcCloudSrvr1 = nullptr;             // receives: user check, cloud job list, fetch
+    UcCloudSrvr* UcCloudSrvr2 = nullptr;             // sends: cloud job upload
 
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
@@ -198,13 +198,13 @@ private:
     void addStatus(const QString& text);
     void connectPrinterList(); // frmmain_printers.cpp
     JobDispatcher dispatcher();
-    void sendToCloud(const Job& job); // frmmain_cloud.cpp
-    bool fetchFirstCloudFile();       // frmmain_cloud.cpp
-    void fillPrinterGrid(QListWidget* ListControl);       // frmmain_printers.cpp
+    void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
+    bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
+    void fillPrinterGrid(QListWidget* ListControl);             // frmmain_printers.cpp
     void markPrinterStates(const QMap<QString, bool>& offline); // frmmain_printers.cpp
-    void choosePrinterRow(Int16 newRow);                  // frmmain_printers.cpp
-    void acceptConnection();                              // frmmain_intake.cpp
-    void unloadSocket(int Index);                         // frmmain_intake.cpp
+    void choosePrinterRow(Int16 newRow);                        // frmmain_printers.cpp
+    void acceptConnection();                                    // frmmain_intake.cpp
+    void unloadSocket(int Index);                               // frmmain_intake.cpp
 
     // start-up state
     bool m_Loaded = false;

@@ -11,7 +11,7 @@ class frmMain;
 // box a user clicks for it, in order.
 struct OutputWord {
     QString word;
-    std::vector<QRadioButton* frmMain::*> clicks;
+    std::vector<QRadioButton * frmMain::*> clicks;
 };
 const std::vector<OutputWord>& outputWords();
 // Clicks the buttons of a word; false for an unknown word.

@@ -339,7 +339,7 @@ private slots:
         QVERIFY2(since.elapsed() >= 1000 && since.elapsed() < 3000,
                  qPrintable(QString::number(since.elapsed())));
 
-        QVERIFY(w.IsFileTiffPDFLocked(path)); // empty
+        QVERIFY(w.IsFileTiffPDFLocked(path));       // empty
         QVERIFY(w.IsFileTiffPDFLocked(path + "x")); // missing
         QVERIFY(!QFileInfo::exists(path + "x"));    // and not made by the check
         const QByteArray content(3 << 20, 'p');

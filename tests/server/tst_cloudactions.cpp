@@ -92,14 +92,15 @@ private slots:
     // What the receiving window does with a listing or a fetched file.
     void receivedListsAndFiles_data()
     {
-        QTest::addColumn<QString>("list");    // as the control returns it
+        QTest::addColumn<QString>("list");     // as the control returns it
         QTest::addColumn<QStringList>("rows"); // List3 afterwards
-        QTest::addColumn<QString>("data");    // then a fetched file's text
-        QTest::addColumn<bool>("job");        // whether it made a job
+        QTest::addColumn<QString>("data");     // then a fetched file's text
+        QTest::addColumn<bool>("job");         // whether it made a job
         QTest::newRow("blank names are left out")
-            << " ,a.ps, ,b.ps" << QStringList{"a.ps", "b.ps"} << "%!PS\nshowpage\n" << true;
-        QTest::newRow("blanks only make no job")
-            << "a.ps" << QStringList{"a.ps"} << " \r\n\t \n" << false;
+            << " ,a.ps, ,b.ps" << QStringList{"a.ps", "b.ps"} << "%!PS\nshowpage\n"
+            << true;
+        QTest::newRow("blanks only make no job") << "a.ps" << QStringList{"a.ps"} << " \r\n\t \n"
+                                                 << false;
     }
 
     void receivedListsAndFiles()
@@ -116,8 +117,8 @@ private slots:
             shown << w.List3->item(i)->text();
         QCOMPARE(shown, rows);
         QCOMPARE(w.List3->currentRow(), 0); // the first is fetched
-        QVERIFY(w.txtLog->text().contains(QStringLiteral("Total Printouts Found > %1 > ")
-                                              .arg(rows.size())));
+        QVERIFY(w.txtLog->text().contains(
+            QStringLiteral("Total Printouts Found > %1 > ").arg(rows.size())));
         const QString before = w.fileName();
         QTest::qWait(1100); // a dispatch now names a new job
         w.UcCloudSrvr1_CloudFileReceived(data);
@@ -144,8 +145,8 @@ private slots:
         frmMain& w = start(s, false, {QString(), QStringLiteral("not-on-the-share")});
         w.TxtEmailId->setText(QStringLiteral("nobody@example.org"));
         w.Check1->setChecked(true); // the user ticks the box
-        QTRY_VERIFY_WITH_TIMEOUT(s.shown().endsWith(QLatin1String("User Id not found on server...")),
-                                 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            s.shown().endsWith(QLatin1String("User Id not found on server...")), 15000);
         QVERIFY(!w.Check1->isChecked() && !w.userValidated());
         QCOMPARE(SettingsStore::get(QStringLiteral("UserValidate")), QString());
     }

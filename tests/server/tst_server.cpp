@@ -64,25 +64,26 @@ private slots:
         QTest::addColumn<int>("action");
         QTest::addColumn<QString>("extension");
         using A = OutputChoice::Action;
-        QTest::newRow("start-up") << QStringList{} << "" << "1 6 8" << int(A::Pdf) << ".pdf";
-        QTest::newRow("--output pdf")
-            << QStringList{"--output", "pdf"} << "" << "1 6 8" << int(A::Pdf) << ".pdf";
-        QTest::newRow("--output tiff")
-            << QStringList{"--output", "tiff"} << "" << "2 4 6" << int(A::Image) << ".tif";
-        QTest::newRow("--output jpeg --colour") << QStringList{"--output", "jpeg", "--colour"}
-                                                << "" << "2 5 7" << int(A::Image) << ".tif";
-        QTest::newRow("--output print")
-            << QStringList{"--output", "print"} << "" << "3 6 8" << int(A::Print) << ".tif";
+        QTest::newRow("start-up") << QStringList{} << ""
+                                  << "1 6 8" << int(A::Pdf) << ".pdf";
+        QTest::newRow("--output pdf") << QStringList{"--output", "pdf"} << ""
+                                      << "1 6 8" << int(A::Pdf) << ".pdf";
+        QTest::newRow("--output tiff") << QStringList{"--output", "tiff"} << ""
+                                       << "2 4 6" << int(A::Image) << ".tif";
+        QTest::newRow("--output jpeg --colour") << QStringList{"--output", "jpeg", "--colour"} << ""
+                                                << "2 5 7" << int(A::Image) << ".tif";
+        QTest::newRow("--output print") << QStringList{"--output", "print"} << ""
+                                        << "3 6 8" << int(A::Print) << ".tif";
         // Not chosen yet: the click does nothing.
-        QTest::newRow("--output cloud, no server")
-            << QStringList{"--output", "cloud"} << "" << "1 6 8" << int(A::Pdf) << ".pdf";
-        QTest::newRow("colour keeps the action") << QStringList{} << "7" << "1 7 8" << int(A::Pdf)
-                                                 << ".pdf";
+        QTest::newRow("--output cloud, no server") << QStringList{"--output", "cloud"} << ""
+                                                   << "1 6 8" << int(A::Pdf) << ".pdf";
+        QTest::newRow("colour keeps the action") << QStringList{} << "7"
+                                                 << "1 7 8" << int(A::Pdf) << ".pdf";
         // A file type holds "Save As Image" until "Others" gives it up.
-        QTest::newRow("file type holds the image")
-            << QStringList{} << "5 1 3" << "2 5 6" << int(A::Image) << ".tif";
-        QTest::newRow("others gives it up")
-            << QStringList{} << "5 8 3" << "3 6 8" << int(A::Print) << ".tif";
+        QTest::newRow("file type holds the image") << QStringList{} << "5 1 3"
+                                                   << "2 5 6" << int(A::Image) << ".tif";
+        QTest::newRow("others gives it up") << QStringList{} << "5 8 3"
+                                            << "3 6 8" << int(A::Print) << ".tif";
     }
 
     void outputChoice()
@@ -114,9 +115,9 @@ private slots:
     void badOptionsEndTheProgram()
     {
         bool ok = true;
-        for (const QStringList& bad : {QStringList{"--output", "fax"}, QStringList{"--output"},
-                                       QStringList{"--output", "colour"},
-                                       QStringList{"--port", "70000"}}) {
+        for (const QStringList& bad :
+             {QStringList{"--output", "fax"}, QStringList{"--output"},
+              QStringList{"--output", "colour"}, QStringList{"--port", "70000"}}) {
             parsed(bad, &ok);
             QVERIFY2(!ok, qPrintable(bad.join(u' ')));
         }
