@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs the real program on a private Xvfb display and keeps a screenshot of
-# its main window: screenshot.sh QUORVEL_BINARY OUTDIR
+# Runs the real program on a private Xvfb display with a tray host and keeps
+# the README's pictures: the main window, the tray icon and the tray menu.
+#   screenshot.sh QUORVEL_BINARY OUTDIR
 set -euo pipefail
 bin=$1
 out=$2
@@ -13,17 +14,23 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
+fail() { echo "$*"; cat "$work/quorvel.log" 2>/dev/null; exit 1; }
 
 display=
 for n in $(seq 90 140); do
     if [ ! -e /tmp/.X11-unix/X$n ] && [ ! -e /tmp/.X$n-lock ]; then display=$n; break; fi
 done
-[ -n "$display" ] || { echo "no free display"; exit 1; }
+[ -n "$display" ] || fail "no free display"
 Xvfb ":$display" -screen 0 1280x900x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
 pids+=($!)
 for _ in $(seq 300); do xdpyinfo -display ":$display" >/dev/null 2>&1 && break; sleep 0.1; done
 export DISPLAY=":$display"
 unset QT_QPA_PLATFORM
+trayer --edge top --align right --widthtype request --height 32 --SetDockType true \
+    --transparent false --tint 0xd0d0d0 >"$work/trayer.log" 2>&1 &
+pids+=($!)
+for _ in $(seq 300); do xwininfo -name panel >/dev/null 2>&1 && break; sleep 0.1; done
+xwininfo -name panel >/dev/null 2>&1 || fail "the tray host did not start: $(cat "$work/trayer.log")"
 
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
 QUORVEL_SETTINGS_DIR="$work/settings" "$bin" --port "$port" --program-folder "$work" \
@@ -32,20 +39,37 @@ pids+=($!)
 
 win=
 for _ in $(seq 300); do
-    win=$(xdotool search --name '^Quorvel$' 2>/dev/null | head -n1 || true)
+    win=$(xdotool search --onlyvisible --name '^Quorvel$' 2>/dev/null | head -n1 || true)
     [ -n "$win" ] && break
     sleep 0.1
 done
-[ -n "$win" ] || { echo "the main window did not appear"; cat "$work/quorvel.log"; exit 1; }
+[ -n "$win" ] || fail "the main window did not appear"
 for _ in $(seq 100); do grep -q "Listening to port: $port" "$work/quorvel.log" && break; sleep 0.1; done
-grep -q "Listening to port: $port" "$work/quorvel.log" || { cat "$work/quorvel.log"; exit 1; }
-# A capture taken before the window is painted is blank: try again a little later.
-colours=0
-for _ in $(seq 10); do
-    sleep 1
-    import -window "$win" "$out/main-window.png" || continue
-    colours=$(convert "$out/main-window.png" -format '%k' info:)
-    [ "$colours" -gt 8 ] && break
-done
-echo "main window captured: $out/main-window.png ($colours colours)"
-[ "$colours" -gt 8 ] || { cat "$work/quorvel.log"; exit 1; }
+grep -q "Listening to port: $port" "$work/quorvel.log" || fail "the server did not listen"
+
+# capture NAME [import args...]: a capture taken before anything is painted is
+# blank, so try again a little later until it has colours.
+capture() {
+    local name=$1 colours=0
+    shift
+    for _ in $(seq 10); do
+        sleep 1
+        import "$@" "$out/$name.png" || continue
+        colours=$(convert "$out/$name.png" -format '%k' info:)
+        [ "$colours" -gt 8 ] && break
+    done
+    echo "$name captured: $out/$name.png ($colours colours)"
+    [ "$colours" -gt 8 ] || fail "$name stayed blank"
+}
+capture main-window -window "$win"
+
+# The tray host's panel holds the one icon, at the top right of the screen.
+geometry() { xwininfo -name panel | awk -v k="$1" '$0 ~ k {print $NF}'; }
+x=$(geometry "Absolute upper-left X:")
+w=$(geometry "Width:")
+h=$(geometry "Height:")
+[ "${w:-0}" -ge 16 ] || fail "no tray icon in the panel"
+capture tray-icon -window root -crop "$((w + 160))x$((h + 12))+$((x - 160))+0"
+# The right button opens the tray menu below and left of the pointer.
+xdotool mousemove "$((x + w / 2))" "$((h / 2))" click 3
+capture tray-menu -window root -crop "180x80+$((x + w - 180))+0"
