@@ -75,6 +75,11 @@ public:
     void UcCloudSrvr1_ServerInfoReturn(const QString& fileList);
     void UcCloudSrvr1_CloudFileReceived(const QString& data);
     bool userValidated() const { return m_UserValidate; }
+    // Without a window: the user check of an id, "Get Cloud Data" now, and
+    // "Get Cloud Data" every few seconds.
+    void registerUser(const QString& id);
+    void fetchCloudJobs();
+    void startCloudPoll(int seconds);
 
     // --- TCP job intake (frmmain_intake.cpp) ---
     void Socket_ConnectionRequest(int Index, qintptr requestID);
@@ -200,6 +205,7 @@ private:
     JobDispatcher dispatcher();
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
+    void registrationEnded(bool found);                         // frmmain_cloud.cpp
     void fillPrinterGrid(QListWidget* ListControl);             // frmmain_printers.cpp
     void markPrinterStates(const QMap<QString, bool>& offline); // frmmain_printers.cpp
     void choosePrinterRow(Int16 newRow);                        // frmmain_printers.cpp
@@ -210,6 +216,8 @@ private:
     bool m_Loaded = false;
     bool m_Loading = false;
     bool m_UserValidate = false;
+    bool m_Registering = false; // a user check asked for on the command line
+    bool m_FetchAfterRegistration = false;
     ProgramIds m_Ids;
     quint16 m_RequestedPort;
     Int16 m_ListenPort;

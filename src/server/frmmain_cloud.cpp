@@ -3,6 +3,7 @@
 #include "server/frmmain.h"
 
 #include "cloud/uccloudsrvr.h"
+#include "common/log.h"
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
@@ -12,6 +13,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 
 void frmMain::setupCloud()
@@ -53,10 +55,12 @@ void frmMain::UcCloudSrvr1_ValidateUser(bool found)
     if (!found) {
         Check1->setChecked(false);
         MsgBox(QStringLiteral("User Id not found on server..."));
+        registrationEnded(found);
         return;
     }
     // Takes effect at the next start.
     SettingsStore::put(QStringLiteral("UserValidate"), m_Ids.userEMailId);
+    registrationEnded(found);
 }
 
 void frmMain::Command2_Click() {}
@@ -114,4 +118,58 @@ void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)
     m_JobBuffer = data.toLatin1();
     if (m_JobBuffer.holdsMoreThanBlanks())
         Command1_Click();
+}
+
+// Receiving without a window: the command line does what a user does with
+// the id box, the check box and "Get Cloud Data".
+
+void frmMain::registerUser(const QString& id)
+{
+    TxtEmailId->setText(id);
+    TxtEmailId_Validate();
+    m_Registering = true;
+    // Unticked first, so that the tick always starts a check.
+    Check1->setChecked(false);
+    Check1->setChecked(true);
+    if (!Check1->isChecked() || id.trimmed().isEmpty())
+        registrationEnded(false);
+}
+
+void frmMain::registrationEnded(bool found)
+{
+    if (!m_Registering)
+        return;
+    m_Registering = false;
+    // Asked for on the command line: the id counts from now on, not only
+    // from the next start.
+    if (found) {
+        m_UserValidate = true;
+        Log::line(QStringLiteral("User id %1 is registered for this installation (%2)")
+                      .arg(m_Ids.userEMailId, m_Ids.installationId),
+                  true);
+    }
+    if (m_FetchAfterRegistration) {
+        m_FetchAfterRegistration = false;
+        fetchCloudJobs();
+    }
+}
+
+void frmMain::fetchCloudJobs()
+{
+    // A fetch waits for a registration still under way.
+    if (m_Registering) {
+        m_FetchAfterRegistration = true;
+        return;
+    }
+    // A fetch or download still going is left to finish.
+    if (!UcCloudSrvr1->isEnabled())
+        return;
+    Command5_Click();
+}
+
+void frmMain::startCloudPoll(int seconds)
+{
+    auto* poll = new QTimer(this);
+    connect(poll, &QTimer::timeout, this, Guarded([this] { fetchCloudJobs(); }));
+    poll->start(seconds * 1000);
 }

@@ -56,7 +56,18 @@ bool RunOptions::parse(const QStringList& arguments)
     QCommandLineOption printerOpt(QStringLiteral("printer"),
                                   QStringLiteral("The printer that print jobs go to."),
                                   QStringLiteral("NAME"));
-    parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt});
+    QCommandLineOption registerOpt(
+        QStringLiteral("register"),
+        QStringLiteral("Check this user id on the cloud share for this installation and keep it."),
+        QStringLiteral("ID"));
+    QCommandLineOption getOpt(
+        QStringLiteral("get-cloud-data"),
+        QStringLiteral("Fetch a job waiting on the cloud share at start-up."));
+    QCommandLineOption pollOpt(QStringLiteral("cloud-poll"),
+                               QStringLiteral("Fetch waiting cloud jobs every N seconds."),
+                               QStringLiteral("N"));
+    parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
+                       registerOpt, getOpt, pollOpt});
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
@@ -84,6 +95,20 @@ bool RunOptions::parse(const QStringList& arguments)
         return false;
     }
     colour = parser.isSet(colourOpt);
+    registerId = parser.value(registerOpt).trimmed();
+    if (parser.isSet(registerOpt) && registerId.isEmpty()) {
+        std::fprintf(stderr, "--register: a user id is needed\n");
+        return false;
+    }
+    getCloudData = parser.isSet(getOpt);
+    if (parser.isSet(pollOpt)) {
+        cloudPoll = parser.value(pollOpt).toInt(&ok);
+        if (!ok || cloudPoll < 1 || cloudPoll > 86400) {
+            std::fprintf(stderr, "--cloud-poll: seconds from 1 to 86400, not %s\n",
+                         qPrintable(parser.value(pollOpt)));
+            return false;
+        }
+    }
     printer = parser.value(printerOpt);
     return true;
 }
@@ -152,4 +177,10 @@ void RunOptions::apply(frmMain& window) const
                       true);
         }
     }
+    if (!registerId.isEmpty())
+        window.registerUser(registerId);
+    if (getCloudData)
+        window.fetchCloudJobs();
+    if (cloudPoll > 0)
+        window.startCloudPoll(cloudPoll);
 }

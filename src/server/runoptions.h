@@ -28,7 +28,10 @@ struct RunOptions {
     QString output;
     bool colour = false;
     QString printer;
-    int exitCode = 2; // when parse() says the program should end: 0 after --help
+    QString registerId;        // --register: the user check of this id
+    bool getCloudData = false; // --get-cloud-data: one fetch at start-up
+    int cloudPoll = 0;         // --cloud-poll: a fetch every so many seconds
+    int exitCode = 2;          // when parse() says the program should end: 0 after --help
 
     // Decides on --headless before the application exists (no display means headless).
     static RunOptions fromArguments(int argc, char* argv[]);

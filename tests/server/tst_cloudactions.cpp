@@ -126,6 +126,26 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), job ? 1 : 0, 30000);
     }
 
+    void headlessReceiverRegistersAndPolls()
+    {
+        // A job waits on the share; a fresh installation registers its user id
+        // and fetches it at start-up; each poll fetches it again (it stays there).
+        QFile waiting(m_collection + QStringLiteral("/File_261122_101010.ps"));
+        QVERIFY(waiting.open(QIODevice::WriteOnly) && waiting.write(makePsJob(1)) > 0);
+        waiting.close();
+        TestServer s;
+        frmMain& w = start(s, false, {QString(), kInstallation});
+        RunOptions o;
+        QVERIFY(
+            o.parse({"quorvel", "--register", kEmail, "--get-cloud-data", "--cloud-poll", "2"}));
+        o.apply(w);
+        QTRY_VERIFY_WITH_TIMEOUT(s.jobFiles() == QStringList{w.fileName() + ".pdf"}, 30000);
+        QVERIFY(w.userValidated());
+        QCOMPARE(SettingsStore::get(QStringLiteral("UserValidate")), kEmail);
+        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), 2, 30000);
+        QVERIFY2(!s.shown().contains(QLatin1String("Validated")), qPrintable(s.shown()));
+    }
+
     void messagesWithoutJobsOrValidation()
     {
         {
