@@ -329,8 +329,14 @@ void frmMain::restoreUserValidated()
 
 void frmMain::loadCloudDestination()
 {
-    m_CloudClientUserId = SettingsStore::get(QStringLiteral("CloudClientUserId"));
-    m_CloudClientServerId = SettingsStore::get(QStringLiteral("CloudClientServerId"));
+    setCloudDestination(SettingsStore::get(QStringLiteral("CloudClientUserId")),
+                        SettingsStore::get(QStringLiteral("CloudClientServerId")));
+}
+
+void frmMain::setCloudDestination(const QString& userId, const QString& serverId)
+{
+    m_CloudClientUserId = userId;
+    m_CloudClientServerId = serverId;
     Option9->setEnabled(!m_CloudClientUserId.trimmed().isEmpty() &&
                         !m_CloudClientServerId.trimmed().isEmpty());
     // Crosswise, as the sending control has always been given them.

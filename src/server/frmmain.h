@@ -30,6 +30,7 @@ class SocketListener;
 class JobSocket;
 class ctlSysTrayBalloon;
 class UcCloudSrvr;
+class FrmClSrLst;
 class JobDispatcher;
 
 // The main window: job state, output options, connection log, printer list,
@@ -80,6 +81,11 @@ public:
     void registerUser(const QString& id);
     void fetchCloudJobs();
     void startCloudPoll(int seconds);
+    // Where "Print to Cloud Printer" uploads: set at start-up and by the server list editor.
+    void setCloudDestination(const QString& userId, const QString& serverId);
+    const QString& cloudClientUserId() const { return m_CloudClientUserId; }
+    const QString& cloudClientServerId() const { return m_CloudClientServerId; }
+    FrmClSrLst* serverListEditor() const { return m_FrmClSrLst; }
 
     // --- TCP job intake (frmmain_intake.cpp) ---
     void Socket_ConnectionRequest(int Index, qintptr requestID);
@@ -226,6 +232,7 @@ private:
     QString m_FileName;
     QString m_CloudClientUserId;
     QString m_CloudClientServerId;
+    FrmClSrLst* m_FrmClSrLst = nullptr; // made at the first "Select Cloud Server"
 
     // intake state
     JobBuffer m_JobBuffer;

@@ -7,6 +7,7 @@
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
+#include "serverlist/frmclsrlst.h"
 
 #include <QCheckBox>
 #include <QGroupBox>
@@ -33,9 +34,6 @@ void frmMain::setupCloud()
             [this](QString& list) { RunGuarded([&] { UcCloudSrvr1_ServerInfoReturn(list); }); });
     connect(UcCloudSrvr1, &UcCloudSrvr::CloudFileReceived, this,
             [this](QString& data) { RunGuarded([&] { UcCloudSrvr1_CloudFileReceived(data); }); });
-    // The cloud server list editor is not part of this version.
-    Command2->setEnabled(false);
-    Command2->setToolTip(QStringLiteral("Not available in this version"));
 }
 
 void frmMain::Check1_Click()
@@ -63,7 +61,20 @@ void frmMain::UcCloudSrvr1_ValidateUser(bool found)
     registrationEnded(found);
 }
 
-void frmMain::Command2_Click() {}
+void frmMain::Command2_Click()
+{
+    // One editor, kept for later use; it hands its selected row to this window.
+    if (!m_FrmClSrLst) {
+        m_FrmClSrLst = new FrmClSrLst(m_Ids.installationId, this);
+        connect(m_FrmClSrLst, &FrmClSrLst::cloudDestinationChanged, this,
+                Guarded([this](const QString& userId, const QString& serverId) {
+                    setCloudDestination(userId, serverId);
+                }));
+    }
+    m_FrmClSrLst->show();
+    m_FrmClSrLst->raise();
+    m_FrmClSrLst->activateWindow();
+}
 
 void frmMain::Command5_Click()
 {
