@@ -27,12 +27,10 @@ const QByteArray kJob = allByteValues();
 const QString kJobText = QString::fromLatin1(kJob);
 QStringList seen; // messages shown and control events raised, in order
 
-// "2xx" for success, else "err" (what the control branches on); other numbers as they are.
-QString statusClass(int status)
+// "2xx" or "err" (what the control branches on) for an HTTP status; other numbers as they are.
+QString statusClass(int s)
 {
-    return status / 100 == 2               ? "2xx"
-           : status >= 300 && status < 600 ? "err"
-                                           : QString::number(status);
+    return s / 100 == 2 ? "2xx" : s / 100 > 2 && s < 600 ? "err" : QString::number(s);
 }
 
 // The default port is one nothing listens on.
@@ -127,12 +125,11 @@ struct Uc : UcCloudSrvr {
     // The log with "|" for a line end and the status lines as their class.
     QString log() const
     {
-        static const QRegularExpression line("^(\\d{3}) [^\r\n]*",
-                                             QRegularExpression::MultilineOption);
-        QString text = txtLog->text();
-        for (auto m = line.match(text); m.hasMatch(); m = line.match(text, m.capturedStart() + 1))
-            text.replace(m.capturedStart(), m.capturedLength(), statusClass(m.captured(1).toInt()));
-        return text.replace("\r\n", "|");
+        static const QRegularExpression ok("^2\\d\\d [^\r\n]*",
+                                           QRegularExpression::MultilineOption);
+        static const QRegularExpression err("^[3-5]\\d\\d [^\r\n]*",
+                                            QRegularExpression::MultilineOption);
+        return QString(txtLog->text()).replace(ok, "2xx").replace(err, "err").replace("\r\n", "|");
     }
     bool idle() const
     {

@@ -9,39 +9,34 @@ stop_process() {
     kill -9 "$pid" 2>/dev/null || true
 }
 
-# dav_share up|down STATEDIR NAME TEMPLATE: a private WebDAV share (Basic auth)
-# on 127.0.0.1 and a free port, from TEMPLATE with @HOME@ and @PORT@ filled in
-# (written to HOME/NAME.conf). The caller defines start_server HOME, which
-# starts the server from there and prints its PID. "up" writes STATEDIR/NAME.env:
-# DAV_URL (ends in "/"), DAV_USER, DAV_PASSWORD, DAV_ROOT (the folder behind
-# DAV_URL), DAV_PORT, DAV_PID, DAV_HOME. HOME/logs/access.log has the request lines.
+# dav_share up|down STATEDIR NAME TEMPLATE: a private WebDAV share with Basic auth on
+# 127.0.0.1 and a free port, configured by TEMPLATE (@HOME@ and @PORT@ filled in) as
+# HOME/NAME.conf and started by the caller's start_server HOME, which prints the PID.
+# "up" writes STATEDIR/NAME.env: DAV_URL (ends in "/"), DAV_USER, DAV_PASSWORD,
+# DAV_ROOT (the folder behind DAV_URL), DAV_PORT, DAV_PID, DAV_HOME (logs/access.log).
 dav_share() {
-    local mode=$1 envfile=$2/$3.env home port pid code
-    if [ -f "$envfile" ]; then
-        stop_process "$(sed -n 's/^DAV_PID=//p' "$envfile")"
-        home=$(sed -n 's/^DAV_HOME=//p' "$envfile")
+    local env=$2/$3.env home port pid code
+    if [ -f "$env" ]; then
+        stop_process "$(sed -n 's/^DAV_PID=//p' "$env")"
+        home=$(sed -n 's/^DAV_HOME=//p' "$env")
         case "$home" in /tmp/quorvel-$3.*) rm -rf "$home" ;; esac
-        rm -f "$envfile"
+        rm -f "$env"
     fi
-    [ "$mode" = down ] && return 0
-    [ "$mode" = up ] || { echo "usage: $0 up|down STATEDIR" >&2; return 2; }
-    mkdir -p "$2"
-    home=$(mktemp -d "/tmp/quorvel-$3.XXXXXX")
-    chmod 755 "$home"
+    [ "$1" = down ] && return 0
+    [ "$1" = up ] || { echo "usage: $0 up|down STATEDIR" >&2; return 2; }
+    mkdir -p "$2" && home=$(mktemp -d "/tmp/quorvel-$3.XXXXXX") && chmod 755 "$home"
     mkdir -p "$home/www/dav" "$home/lock" "$home/logs" "$home/tmp"
     chown -R www-data:www-data "$home/www" "$home/lock"
     htpasswd -b -c "$home/htpasswd" 'cloudprint@quorvel.test' 'dav s3cret' 2>/dev/null
     chmod 644 "$home/htpasswd"
     for _ in $(seq 20); do
         port=$(( 20000 + (RANDOM % 30000) ))
-        # Taken when something answers there already.
-        (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && continue
+        (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && continue # taken
         sed -e "s|@HOME@|$home|g" -e "s|@PORT@|$port|g" "$(dirname "$0")/$4" >"$home/$3.conf"
         pid=$(start_server "$home" 2>>"$home/logs/start.log") || continue
         # Ready when it answers 401 to a request without credentials.
         for _ in $(seq 100); do
-            code=$( (exec 3<>"/dev/tcp/127.0.0.1/$port" &&
-                printf 'GET /dav/ HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n' >&3 &&
+            code=$( (exec 3<>"/dev/tcp/127.0.0.1/$port" && printf 'GET /dav/ HTTP/1.0\r\n\r\n' >&3 &&
                 read -r _ c _ <&3 && echo "$c") 2>/dev/null)
             [ "$code" = 401 ] && break
             sleep 0.05
@@ -49,9 +44,8 @@ dav_share() {
         if [ -n "$pid" ] && [ "$code" = 401 ]; then
             printf '%s\n' "DAV_URL=http://127.0.0.1:$port/dav/" 'DAV_USER=cloudprint@quorvel.test' \
                 'DAV_PASSWORD=dav s3cret' "DAV_ROOT=$home/www/dav" "DAV_PORT=$port" \
-                "DAV_PID=$pid" "DAV_HOME=$home" >"$envfile"
-            echo "$3: WebDAV share at http://127.0.0.1:$port/dav/ (pid $pid)"
-            return 0
+                "DAV_PID=$pid" "DAV_HOME=$home" >"$env"
+            echo "$3: WebDAV share at http://127.0.0.1:$port/dav/ (pid $pid)" && return 0
         fi
         stop_process "$pid"
     done
