@@ -14,7 +14,7 @@ cmake --build "$build" -j"$(nproc)"
 
 state="$build/test-state"
 stop_services() {
-    for s in cups webdav xtray; do
+    for s in cups webdav nginx xtray; do
         bash "tests/support/$s.sh" down "$state" >/dev/null 2>&1 || true
     done
 }

@@ -2,6 +2,7 @@
 
 #include "cloud/davxmlreader.h"
 
+#include <QUrl>
 #include <QXmlStreamReader>
 #include <cmath>
 
@@ -202,6 +203,11 @@ QDateTime DavDateParser::Parse(const QString& text, float localBias) const
     QDateTime wall = QDateTime(date, clock, Qt::UTC).addSecs(shift);
     wall.setOffsetFromUtc(-int(std::lround(double(localBias) * 3600.0)));
     return wall;
+}
+
+QString DavDecodedName(const QString& name)
+{
+    return QUrl::fromPercentEncoding(name.toUtf8());
 }
 
 QString DavOrigin(const QString& baseUrl)

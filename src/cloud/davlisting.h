@@ -92,5 +92,9 @@ private:
     QString m_error;
 };
 
+// A name of a listing as a name: percent escapes decoded as UTF-8 (servers
+// differ in what they escape and in which case).
+QString DavDecodedName(const QString& name);
+
 // The origin (scheme and host) of a base URL that ends in "/".
 QString DavOrigin(const QString& baseUrl);

@@ -276,7 +276,9 @@ void ThinDavApi::GetOptions(const QVariant& Tag)
 void ThinDavApi::MakeDir(const QString& DirName, const QVariant& Tag)
 {
     start(rqMakeDir, Tag);
-    QNetworkRequest request = open(NormalisePath(DirName));
+    // With a final "/": nginx makes no collection without it.
+    const QString path = NormalisePath(DirName);
+    QNetworkRequest request = open(path.endsWith(u'/') ? path : path + u'/');
     send(request, "MKCOL");
 }
 
@@ -302,7 +304,8 @@ void ThinDavApi::PutFileText(const QString& DirOrFileName, const QString& FileTe
     start(rqPutFileText, Tag);
     QNetworkRequest request = open(NormalisePath(DirOrFileName));
     request.setRawHeader("Content-Type", ContentType.toUtf8());
-    send(request, "PUT", FileText.toUtf8(), true);
+    // One byte per character, so a job's bytes reach the share unchanged.
+    send(request, "PUT", FileText.toLatin1(), true);
     // Shown whatever becomes of the upload, before any answer.
     MsgBox(UploadMessage());
 }
@@ -382,7 +385,8 @@ void ThinDavApi::ReadyStateAsyncCallback()
             m_length = contentLength(reply);
             break;
         case rqGetFileText:
-            m_fileText = decodeText(body, reply);
+            // One character per byte whatever charset is declared: the job's bytes come back.
+            m_fileText = QString::fromLatin1(body);
             break;
         default:
             break;

@@ -75,6 +75,7 @@ public:
     void setBaseUrl(const QString& url);
     const QList<DirEntry>& DirEntries() const { return m_dirEntries; }
     const QByteArray& FileBytes() const { return m_fileBytes; }
+    // One character per byte of the body (Latin-1), whatever charset the server names.
     const QString& FileText() const { return m_fileText; }
     qint32 Length() const { return m_length; }
     bool IsStatus2XX() const { return m_status >= 200 && m_status <= 299; }
@@ -99,11 +100,13 @@ public:
     void GetFileLength(const QString& DirOrFileName, const QVariant& Tag = {});
     void GetFileText(const QString& DirOrFileName, const QVariant& Tag = {});
     void GetOptions(const QVariant& Tag = {});
+    // The path goes out with a final "/".
     void MakeDir(const QString& DirName, const QVariant& Tag = {});
     void Move(const QString& DirOrFileOldName, const QString& DirOrFileNewName, bool OverWrite,
               const QVariant& Tag = {});
     void PutFileBytes(const QString& DirOrFileName, const QByteArray& FileBytes,
                       const QString& ContentType, const QVariant& Tag = {});
+    // The body is one byte per character (Latin-1), as FileText reads it back.
     void PutFileText(const QString& DirOrFileName, const QString& FileText,
                      const QString& ContentType, const QVariant& Tag = {});
     void AbortRequest(const QVariant& Tag = {});

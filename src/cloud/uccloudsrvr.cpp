@@ -230,17 +230,18 @@ void UcCloudSrvr::DAV_Complete(int Request)
 bool UcCloudSrvr::CheckEntry(const DirEntry& Entry, int EntryNumber)
 {
     Q_UNUSED(EntryNumber);
+    const QString name = DavDecodedName(Entry.name);
     if (Entry.isCollection) {
         if (m_stage == kRoot || m_stage == kClient)
-            return Entry.name == UserKey();
+            return name == UserKey();
         if (m_stage == kRootServer)
-            return Entry.name == ServerKey();
+            return name == ServerKey();
         if (m_stage == kClientServers)
-            AppendName(m_nameList, Entry.name);
+            AppendName(m_nameList, name);
         return false;
     }
     if (m_stage == kServerDownloadFile)
-        AppendName(m_nameList, Entry.name);
+        AppendName(m_nameList, name);
     return false;
 }
 
@@ -320,6 +321,9 @@ void UcCloudSrvr::MakeDirStep()
     LogStatus();
     if (!DAV->IsStatus2XX()) {
         Log(QStringLiteral("Failed"));
+        // Nothing else tells the user: uploads into the missing collection fail later.
+        Log(QStringLiteral("The server collection ") + m_listedDirectory + u'\\' +
+            Text4->text().trimmed() + QStringLiteral(" could not be made: jobs for it will fail."));
         Log(QString());
     }
 }

@@ -121,6 +121,10 @@ void frmMain::sendToCloud(const Job& job)
                            QStringLiteral("\\") + m_CloudClientServerId;
     // One character per received byte, so the job's bytes survive.
     UcCloudSrvr2->UcUploadToCloudFile(folder, job.baseName, QString::fromLatin1(m_JobBuffer));
+    // Kept as designed, but a surprise worth telling.
+    txtLog->append(QStringLiteral("Cloud job ") + job.baseName +
+                   QStringLiteral(": the job buffer is kept, so the next job will carry this one "
+                                  "too."));
 }
 
 void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)

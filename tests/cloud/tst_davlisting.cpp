@@ -47,6 +47,9 @@ private slots:
         QCOMPARE(DavOrigin(QStringLiteral("http://h:8080/dav/")), QStringLiteral("http://h:8080"));
         QCOMPARE(DavOrigin(QStringLiteral("https://a.b/x/y/")), QStringLiteral("https://a.b"));
         QCOMPARE(DavOrigin(QStringLiteral("http://h/")), QStringLiteral("http://h"));
+        // Names compared by the control: escapes of either case decoded as UTF-8.
+        QCOMPARE(DavDecodedName("printer%40example.org j%c3%b6rg%C3%B6"),
+                 QStringLiteral("printer@example.org j\u00f6rg\u00f6"));
     }
 
     void httpDates_data()

@@ -57,8 +57,10 @@ private slots:
 
     void jobTravelsThroughTheShare()
     {
-        QByteArray job = "%!PS\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
-                         "(Cloud job \xe9\xfc) show showpage\n";
+        // Every byte value, read past by the job itself: the bytes must arrive unchanged.
+        const QByteArray job = "%!PS\ncurrentfile 256 string readstring\n" + allByteValues() +
+                               " pop pop\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
+                               "(Cloud job) show showpage\n";
         QString sentAs;
         {
             // The sender prints to this installation's collection.
@@ -71,10 +73,15 @@ private slots:
             QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
             sentAs = sender.fileName() + QStringLiteral(".ps");
             QVERIFY(filesBelow(m_collection)[0].endsWith(sentAs));
+            QFile onShare(filesBelow(m_collection)[0]);
+            QVERIFY(onShare.open(QIODevice::ReadOnly));
+            QCOMPARE(onShare.readAll(), job); // byte for byte
             QTRY_VERIFY(s.shown().contains(QLatin1String("Print Uploaded to Cloud...")));
             // Nothing local: no job file, and the buffer keeps the job.
             QCOMPARE(s.jobFiles(), QStringList());
             QCOMPARE(sender.jobBuffer(), job);
+            QVERIFY(sender.txtLog->text().contains(
+                ": the job buffer is kept, so the next job will carry this one too.\r\n"));
         }
         // The receiving window: validated at start-up, saves jobs as PDF.
         TestServer s;

@@ -51,6 +51,15 @@ inline QMap<QString, QString> serviceEnv(const QString& name)
     return env;
 }
 
+// Every byte value once, 0 to 255.
+inline QByteArray allByteValues()
+{
+    QByteArray bytes(256, 0);
+    for (int i = 0; i < 256; ++i)
+        bytes[i] = char(i);
+    return bytes;
+}
+
 // A TCP port that nothing listens on right now.
 inline quint16 freePort()
 {
