@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the real program on a private Xvfb display with a tray host and keeps
-# the README's pictures: the main window, the tray icon and the tray menu.
+# the README's pictures: the main window, the tray icon, the tray menu
+# and the cloud server list.
 #   screenshot.sh QUORVEL_BINARY OUTDIR
 set -euo pipefail
 bin=$1
@@ -31,6 +32,18 @@ trayer --edge top --align right --widthtype request --height 32 --SetDockType tr
 pids+=($!)
 for _ in $(seq 300); do xwininfo -name panel >/dev/null 2>&1 && break; sleep 0.1; done
 xwininfo -name panel >/dev/null 2>&1 || fail "the tray host did not start: $(cat "$work/trayer.log")"
+
+# One stored cloud server, so that the server list shows a filled row.
+mkdir -p "$work/settings"
+cat >"$work/settings/Quorvel.ini" <<'INI'
+[Quorvel]
+ClientUserId1=office-pc
+ClientServerId1=alice@example.org
+ClientNotes1=Alice's printer at the office
+Selected1=Y
+CloudClientUserId=office-pc
+CloudClientServerId=alice@example.org
+INI
 
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
 QUORVEL_SETTINGS_DIR="$work/settings" "$bin" --port "$port" --program-folder "$work" \
@@ -73,3 +86,15 @@ capture tray-icon -window root -crop "$((w + 160))x$((h + 12))+$((x - 160))+0"
 # The right button opens the tray menu below and left of the pointer.
 xdotool mousemove "$((x + w / 2))" "$((h / 2))" click 3
 capture tray-menu -window root -crop "180x80+$((x + w - 180))+0"
+
+# "Select Cloud Server" is the third control in the tab order.
+xdotool key Escape
+xdotool windowfocus --sync "$win" key --delay 100 Tab Tab space
+list=
+for _ in $(seq 100); do
+    list=$(xdotool search --onlyvisible --name '^Cloud Server List$' 2>/dev/null | head -n1 || true)
+    [ -n "$list" ] && break
+    sleep 0.1
+done
+[ -n "$list" ] || fail "the cloud server list did not open"
+capture server-list -window "$list"

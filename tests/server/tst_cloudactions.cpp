@@ -7,6 +7,7 @@
 #include "server/runoptions.h"
 
 #include <QDirIterator>
+#include <QSettings>
 
 namespace
 {
@@ -55,45 +56,70 @@ private slots:
                            root + QStringLiteral("/CloudPrint")});
     }
 
-    void jobTravelsThroughTheShare()
+    void twoInstallationsSideBySide()
     {
         // Every byte value, read past by the job itself: the bytes must arrive unchanged.
         const QByteArray job = "%!PS\ncurrentfile 256 string readstring\n" + allByteValues() +
                                " pop pop\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
                                "(Cloud job) show showpage\n";
-        QString sentAs;
-        {
-            // The sender prints to this installation's collection.
-            TestServer s;
-            s.put("CloudClientUserId", kInstallation);
-            s.put("CloudClientServerId", kEmail);
-            frmMain& sender = start(s, false);
-            QVERIFY(clickOutputWord(sender, QStringLiteral("cloud")));
-            sendJob(s.port, job);
-            QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
-            sentAs = sender.fileName() + QStringLiteral(".ps");
-            QVERIFY(filesBelow(m_collection)[0].endsWith(sentAs));
-            QFile onShare(filesBelow(m_collection)[0]);
-            QVERIFY(onShare.open(QIODevice::ReadOnly));
-            QCOMPARE(onShare.readAll(), job); // byte for byte
-            QTRY_VERIFY(s.shown().contains(QLatin1String("Print Uploaded to Cloud...")));
-            // Nothing local: no job file, and the buffer keeps the job.
-            QCOMPARE(s.jobFiles(), QStringList());
-            QCOMPARE(sender.jobBuffer(), job);
-            QVERIFY(sender.txtLog->text().contains(
-                ": the job buffer is kept, so the next job will carry this one too.\r\n"));
+        // Two programs, each with its own folder, settings and port, no window.
+        QTemporaryDir homes[2];
+        QProcess programs[2];
+        QString port;
+        const auto run = [&](int i, const QMap<QString, QString>& settings, QStringList args) {
+            QSettings ini(homes[i].filePath("settings/Quorvel.ini"), QSettings::IniFormat);
+            for (const QString& key : {"CloudBaseUrl", "CloudUser", "CloudPassword"})
+                ini.setValue("Quorvel/" + key, m_dav.value(key == "CloudBaseUrl" ? "DAV_URL"
+                                                           : key == "CloudUser"  ? "DAV_USER"
+                                                                                 : "DAV_PASSWORD"));
+            for (auto it = settings.begin(); it != settings.end(); ++it)
+                ini.setValue("Quorvel/" + it.key(), it.value());
+            ini.sync();
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert("QUORVEL_SETTINGS_DIR", homes[i].filePath("settings"));
+            programs[i].setProcessEnvironment(env);
+            programs[i].setProcessChannelMode(QProcess::MergedChannels);
+            port = QString::number(freePort());
+            programs[i].start(qEnvironmentVariable("QUORVEL_BINARY"),
+                              args << "--headless"
+                                   << "--port" << port << "--program-folder" << homes[i].path());
+        };
+        // The sender prints where its server list chose: this installation's collection.
+        run(0,
+            {{"ClientUserId1", kInstallation},
+             {"ClientServerId1", kEmail},
+             {"Selected1", "Y"},
+             {"CloudClientUserId", kInstallation},
+             {"CloudClientServerId", kEmail}},
+            {"--output", "cloud"});
+        QTRY_VERIFY_WITH_TIMEOUT(programs[0].peek(1 << 20).contains("Listening to port"), 10000);
+        QFile file(homes[0].filePath("job.ps"));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(job) == job.size());
+        file.close();
+        QProcess nc;
+        nc.setStandardInputFile(file.fileName());
+        nc.start("nc", {"-N", "127.0.0.1", port});
+        QVERIFY(nc.waitForFinished(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
+        QFile onShare(filesBelow(m_collection)[0]);
+        QVERIFY(onShare.open(QIODevice::ReadOnly));
+        QCOMPARE(onShare.readAll(), job); // byte for byte
+        QTRY_VERIFY(programs[0].peek(1 << 20).contains("the job buffer is kept"));
+        QVERIFY(programs[0].peek(1 << 20).contains("Print Uploaded to Cloud..."));
+        QCOMPARE(QDir(homes[0].filePath("ImagesPdfExport")).entryList(QDir::Files), QStringList());
+
+        // The receiver, registered before, fetches at start-up and keeps a PDF.
+        run(1, {{"EMailId", kEmail}, {"UserValidate", kEmail}, {"InstallationId", kInstallation}},
+            {"--get-cloud-data"});
+        const QDir jobs(homes[1].filePath("ImagesPdfExport"));
+        QTRY_VERIFY_WITH_TIMEOUT(jobs.entryList(QDir::Files).size() == 1 &&
+                                     jobs.entryList(QDir::Files)[0].endsWith(".pdf"),
+                                 30000);
+        QCOMPARE(filesBelow(m_collection).size(), 1); // it stays on the share
+        for (QProcess& p : programs) {
+            p.terminate();
+            QVERIFY(p.waitForFinished(10000));
         }
-        // The receiving window: validated at start-up, saves jobs as PDF.
-        TestServer s;
-        frmMain& receiver = start(s);
-        QVERIFY(receiver.Check1->isChecked());
-        receiver.Command5->click();
-        // Dispatched like a TCP job: the PDF stays, the .ps goes; the file stays on the share.
-        QTRY_VERIFY_WITH_TIMEOUT(s.jobFiles() == QStringList{receiver.fileName() + ".pdf"}, 30000);
-        QCOMPARE(receiver.List3->item(0)->text(), sentAs);
-        QVERIFY(receiver.txtLog->text().endsWith(
-            QStringLiteral("Total Printouts Found > 1 > \r\n\r\nPrinting now...\r\n")));
-        QCOMPARE(filesBelow(m_collection).size(), 1);
     }
 
     // What the receiving window does with a listing or a fetched file.
