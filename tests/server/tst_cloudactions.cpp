@@ -28,7 +28,8 @@ QStringList filesBelow(const QString& folder)
 class TestCloudActions : public QObject
 {
     Q_OBJECT
-    QMap<QString, QString> m_dav = serviceEnv(QStringLiteral("webdav"));
+    QMap<QString, QString> m_dav =
+        serviceEnv(qEnvironmentVariable("QUORVEL_DAV_SERVICE", "webdav"));
     QString m_collection; // this installation's jobs on the share
 
     // A window that knows the share; validated unless told otherwise.
