@@ -15,7 +15,7 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
-fail() { echo "$*"; cat "$work/quorvel.log" 2>/dev/null; exit 1; }
+fail() { echo "$*" >&2; cat "$work/quorvel.log" >&2 2>/dev/null; exit 1; }
 
 display=
 for n in $(seq 90 140); do
@@ -50,13 +50,18 @@ QUORVEL_SETTINGS_DIR="$work/settings" "$bin" --port "$port" --program-folder "$w
     >"$work/quorvel.log" 2>&1 &
 pids+=($!)
 
-win=
-for _ in $(seq 300); do
-    win=$(xdotool search --onlyvisible --name '^Quorvel$' 2>/dev/null | head -n1 || true)
-    [ -n "$win" ] && break
-    sleep 0.1
-done
-[ -n "$win" ] || fail "the main window did not appear"
+# visible_window TITLE: the id of the visible window of that title, once it shows.
+visible_window() {
+    local id=
+    for _ in $(seq 300); do
+        id=$(xdotool search --onlyvisible --name "^$1\$" 2>/dev/null | head -n1 || true)
+        [ -n "$id" ] && break
+        sleep 0.1
+    done
+    [ -n "$id" ] || fail "the window \"$1\" did not appear"
+    echo "$id"
+}
+win=$(visible_window Quorvel)
 for _ in $(seq 100); do grep -q "Listening to port: $port" "$work/quorvel.log" && break; sleep 0.1; done
 grep -q "Listening to port: $port" "$work/quorvel.log" || fail "the server did not listen"
 
@@ -90,11 +95,4 @@ capture tray-menu -window root -crop "180x80+$((x + w - 180))+0"
 # "Select Cloud Server" is the third control in the tab order.
 xdotool key Escape
 xdotool windowfocus --sync "$win" key --delay 100 Tab Tab space
-list=
-for _ in $(seq 100); do
-    list=$(xdotool search --onlyvisible --name '^Cloud Server List$' 2>/dev/null | head -n1 || true)
-    [ -n "$list" ] && break
-    sleep 0.1
-done
-[ -n "$list" ] || fail "the cloud server list did not open"
-capture server-list -window "$list"
+capture server-list -window "$(visible_window 'Cloud Server List')"

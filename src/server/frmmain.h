@@ -2,6 +2,7 @@
 
 #include "common/int16.h"
 #include "common/log.h"
+#include "common/twips.h"
 #include "dispatch/job.h"
 #include "server/jobbuffer.h"
 #include "server/programids.h"
@@ -194,8 +195,6 @@ protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
 
 private:
-    // The window was laid out in twips: 15 to a pixel at 96 dpi.
-    static constexpr int twips(int t) { return t / 15; }
     void buildControls();
     void connectHandlers();
     void setupCloud();         // frmmain_cloud.cpp

@@ -6,6 +6,7 @@
 // ClientServerId<n>, ClientNotes<n> and Selected<n>.
 
 #include "common/int16.h"
+#include "common/twips.h"
 
 #include <QString>
 #include <QWidget>
@@ -73,8 +74,6 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
-    // The form was laid out in twips: 15 to a pixel at 96 dpi.
-    static constexpr int twips(int t) { return t / 15; }
     int gridRows() const; // rows of the grid, the heading row included
     void addGridRow();
     QTableWidgetItem* cell(int row, int column);
