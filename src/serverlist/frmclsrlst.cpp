@@ -157,15 +157,8 @@ void FrmClSrLst::resizeEvent(QResizeEvent* event)
     FG2->resize(width() - 2 * FG2->x(), height() - twips(kFormMargin));
 }
 
-void FrmClSrLst::Form_Load()
+void FrmClSrLst::clearGrid()
 {
-    m_Loaded = true;
-    Frame1->hide();
-    TxtEdit->hide();
-    Combo1->hide();
-    resize(width(), FG2->height() + twips(kFormMargin));
-    m_SelRow = 0;
-
     FG2->clearContents();
     FG2->setColumnCount(5);
     FG2->setRowCount(1); // two rows with the heading row
@@ -175,7 +168,18 @@ void FrmClSrLst::Form_Load()
         FG2->setHorizontalHeaderItem(c, heading);
         FG2->setColumnWidth(c, twips(kColumnTwips[c]));
     }
+}
 
+void FrmClSrLst::Form_Load()
+{
+    m_Loaded = true;
+    Frame1->hide();
+    TxtEdit->hide();
+    Combo1->hide();
+    resize(width(), FG2->height() + twips(kFormMargin));
+    m_SelRow = 0;
+
+    clearGrid();
     m_CurRow = 1;
     DoGetFg2DRow(1);
     m_CurRow = 1;
@@ -406,49 +410,57 @@ void FrmClSrLst::Fg2_GotFocus()
     if (FG2->currentColumn() == 0)
         return;
     setGridCell(m_CurRow, m_CurCol);
-    if (m_CurCol == 3) {
-        if (!Combo1->isVisible())
-            return;
-        Combo1->hide();
-        if (Combo1->currentIndex() < 0) {
-            MsgBox(QStringLiteral("Server-Id not selected properly..."));
-            return;
-        }
-        cell(m_CurRow, 3)->setText(Combo1->currentText());
-        m_CurCol = 4;
-        int KeyAscii = 32;
-        FG2_KeyPress(KeyAscii);
-    } else if (m_CurCol == 4) {
-        if (!TxtEdit->isVisible())
-            return;
-        TxtEdit->hide();
-        cell(m_CurRow, 4)->setText(TxtEdit->text());
-        if (m_SelRow == 0) {
-            markRow(m_CurRow, picC);
-            m_SelRow = m_CurRow;
-            setDestination(cellText(m_CurRow, 2), cellText(m_CurRow, 3));
-        } else if (m_CurRow == m_SelRow) {
-            // The selected row edited again: the destination follows it.
-            setDestination(cellText(m_CurRow, 2), cellText(m_CurRow, 3));
-        } else if (!isRowSelected(m_CurRow)) {
-            markRow(m_CurRow, picUnC);
-        }
-        DoSaveFg2DRow(m_CurRow);
-        ++m_CurRow;
-        m_CurCol = 2;
-        if (m_CurRow > gridRows() - 1) {
-            addGridRow();
-            cell(m_CurRow, 1)->setText(m_CurRow.toString());
-        }
-        setGridCell(m_CurRow, 2);
-    } else if (m_CurCol == 2) {
-        if (!TxtEdit->isVisible())
-            return;
-        TxtEdit->hide();
-        // The cell is filled by the answer.
-        UcCloudSrvr1->setUcCloudUserId(TxtEdit->text());
-        UcCloudSrvr1->UcFindClientInfo();
+    if (m_CurCol == 3 && Combo1->isVisible())
+        commitServerCell();
+    else if (m_CurCol == 4 && TxtEdit->isVisible())
+        commitNotesCell();
+    else if (m_CurCol == 2 && TxtEdit->isVisible())
+        lookUpUserServers();
+}
+
+void FrmClSrLst::commitServerCell()
+{
+    Combo1->hide();
+    if (Combo1->currentIndex() < 0) {
+        MsgBox(QStringLiteral("Server-Id not selected properly..."));
+        return;
     }
+    cell(m_CurRow, 3)->setText(Combo1->currentText());
+    m_CurCol = 4;
+    int KeyAscii = 32;
+    FG2_KeyPress(KeyAscii);
+}
+
+void FrmClSrLst::commitNotesCell()
+{
+    TxtEdit->hide();
+    cell(m_CurRow, 4)->setText(TxtEdit->text());
+    if (m_SelRow == 0) {
+        markRow(m_CurRow, picC);
+        m_SelRow = m_CurRow;
+        setDestination(cellText(m_CurRow, 2), cellText(m_CurRow, 3));
+    } else if (m_CurRow == m_SelRow) {
+        // The selected row edited again: the destination follows it.
+        setDestination(cellText(m_CurRow, 2), cellText(m_CurRow, 3));
+    } else if (!isRowSelected(m_CurRow)) {
+        markRow(m_CurRow, picUnC);
+    }
+    DoSaveFg2DRow(m_CurRow);
+    ++m_CurRow;
+    m_CurCol = 2;
+    if (m_CurRow > gridRows() - 1) {
+        addGridRow();
+        cell(m_CurRow, 1)->setText(m_CurRow.toString());
+    }
+    setGridCell(m_CurRow, 2);
+}
+
+void FrmClSrLst::lookUpUserServers()
+{
+    TxtEdit->hide();
+    // The cell is filled by the answer.
+    UcCloudSrvr1->setUcCloudUserId(TxtEdit->text());
+    UcCloudSrvr1->UcFindClientInfo();
 }
 
 void FrmClSrLst::txtEdit_KeyDown(int& KeyCode, int Shift)

@@ -75,6 +75,11 @@ protected:
 
 private:
     int gridRows() const; // rows of the grid, the heading row included
+    void clearGrid();     // one empty row under the headings
+    // The grid got the focus back from an editor: what was typed is taken.
+    void commitServerCell();
+    void commitNotesCell();
+    void lookUpUserServers();
     void addGridRow();
     QTableWidgetItem* cell(int row, int column);
     QString cellText(int row, int column) const;
