@@ -20,10 +20,11 @@ done
 out=$(desktop-file-validate "$r/share/applications/quorvel.desktop") && [ -z "$out" ] || fail "desktop entry: $out"
 grep -q '^Icon=quorvel$' "$r/share/applications/quorvel.desktop" || fail "desktop entry icon"
 unit=$r/lib/systemd/user/quorvel.service
-grep -qx 'ExecStart=/usr/bin/quorvel --headless' "$unit" || fail "ExecStart"
+[ "$(grep -cxE 'ExecStart=/usr/bin/quorvel --headless|Restart=on-failure|WantedBy=default.target' \
+    "$unit")" = 3 ] || fail "ExecStart, Restart or WantedBy"
 if command -v systemd-analyze >/dev/null; then
     sed "s|=/usr/bin/|=$r/bin/|" "$unit" >"$t/quorvel.service"
-    systemd-analyze verify "$t/quorvel.service" || fail "systemd-analyze verify"
+    out=$(systemd-analyze verify "$t/quorvel.service" 2>&1) && [ -z "$out" ] || fail "unit: $out"
 else
     echo "SKIP: no systemd-analyze, the unit is not verified"
 fi
