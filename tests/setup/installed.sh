@@ -28,17 +28,15 @@ if command -v systemd-analyze >/dev/null; then
 else
     echo "SKIP: no systemd-analyze, the unit is not verified"
 fi
-
 export HOME=$t/home XDG_DATA_HOME=$t/home/.local/share XDG_CONFIG_HOME=$t/home/.config \
     XDG_CACHE_HOME=$t/home/.cache XDG_RUNTIME_DIR=$t/home/run
-mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
+mkdir -m 700 -p "$XDG_RUNTIME_DIR"
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-"$r/bin/quorvel" --headless --port "$port" >"$t/log" 2>&1 & pid=$!
 jobs=$XDG_DATA_HOME/Quorvel/ImagesPdfExport
+"$r/bin/quorvel" --headless --port "$port" >"$t/log" 2>&1 & pid=$!
 for _ in $(seq 100); do nc -z 127.0.0.1 "$port" && break; sleep 0.2; done
 grep -q "jobs are kept in $jobs" "$t/log" || fail "the log does not name $jobs"
-bash "$1/tools/genps.sh" 2 >"$t/job.ps"
-nc -N 127.0.0.1 "$port" <"$t/job.ps"
+bash "$1/tools/genps.sh" 2 | nc -N 127.0.0.1 "$port"
 for _ in $(seq 120); do
     pdfinfo "$jobs"/File_*.pdf 2>/dev/null | grep -q '^Pages: *2$' && break; sleep 0.5
 done
