@@ -11,6 +11,7 @@ namespace
 {
 QString g_programFolder;
 QString g_jobFolder;
+bool g_programFolderSet = false;
 const QString kJobFolderName = QStringLiteral("ImagesPdfExport");
 } // namespace
 
@@ -35,6 +36,7 @@ void Paths::setProgramFolder(const QString& folder)
 {
     QString f = QDir::toNativeSeparators(QDir::cleanPath(QDir(folder).absolutePath()));
     g_programFolder = f;
+    g_programFolderSet = true;
     g_jobFolder.clear();
 }
 
@@ -42,14 +44,25 @@ QString Paths::jobFolder()
 {
     if (g_jobFolder.isEmpty()) {
         const QString beside = join(programFolder(), kJobFolderName);
-        QDir(programFolder()).mkpath(kJobFolderName);
-        if (QFileInfo(beside).isDir() && QFileInfo(beside).isWritable()) {
+#ifdef Q_OS_WIN
+        const bool installed = false;
+#else
+        // An installed program (prefix/bin) keeps no data beside itself, even
+        // where root could write there.
+        const bool installed = !g_programFolderSet
+                               && QFileInfo(programFolder()).fileName() == QLatin1String("bin");
+#endif
+        if (!installed)
+            QDir(programFolder()).mkpath(kJobFolderName);
+        if (!installed && QFileInfo(beside).isDir() && QFileInfo(beside).isWritable()) {
             g_jobFolder = beside;
         } else {
             const QString data = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
             g_jobFolder = QDir::toNativeSeparators(join(data, kJobFolderName));
-            Log::line(QStringLiteral("The program folder is not writable; jobs are kept in %1")
-                          .arg(g_jobFolder));
+            Log::line(QStringLiteral("%1; jobs are kept in %2")
+                          .arg(installed ? QStringLiteral("The program is installed")
+                                         : QStringLiteral("The program folder is not writable"),
+                               g_jobFolder));
         }
     }
     return g_jobFolder;

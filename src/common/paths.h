@@ -9,7 +9,8 @@ namespace Paths
 QString programFolder();
 void setProgramFolder(const QString& folder);
 // programFolder()/ImagesPdfExport, or the user's data folder when the
-// program folder is not writable. Created by ensureJobFolder().
+// program folder is not writable or is an installed prefix/bin (Unix).
+// Created by ensureJobFolder().
 QString jobFolder();
 QString ensureJobFolder();
 // Joins with the platform's separator, as shown to the user.
