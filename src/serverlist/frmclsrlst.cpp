@@ -439,9 +439,6 @@ void FrmClSrLst::commitNotesCell()
         markRow(m_CurRow, picC);
         m_SelRow = m_CurRow;
         setDestination(cellText(m_CurRow, 2), cellText(m_CurRow, 3));
-    } else if (m_CurRow == m_SelRow) {
-        // The selected row edited again: the destination follows it.
-        setDestination(cellText(m_CurRow, 2), cellText(m_CurRow, 3));
     } else if (!isRowSelected(m_CurRow)) {
         markRow(m_CurRow, picUnC);
     }
