@@ -53,6 +53,10 @@ frmMain::frmMain(quint16 port, ProgramIds ids, QWidget* parent)
 
 frmMain::~frmMain()
 {
+    // Controls still emit while they are destroyed (a focused box ends its
+    // editing): no handler may run on a window that is going away.
+    for (QObject* child : findChildren<QObject*>())
+        child->disconnect(this);
     // Closing the sockets must not run the close handler any more.
     auto sockets = std::move(m_Socket);
     m_Socket.clear();

@@ -177,6 +177,19 @@ private slots:
         }
     }
 
+    void noHandlerRunsOnAClosingWindow()
+    {
+        // A focused id box ends its editing while the window is destroyed.
+        TestServer s;
+        frmMain& w = s.start();
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        w.TxtEmailId->setFocus();
+        QTest::keyClicks(w.TxtEmailId, QStringLiteral("late@example.org"));
+        s.window.reset();
+        QCOMPARE(SettingsStore::get(QStringLiteral("EMailId")), QString());
+    }
+
     void portInUseIsReportedAndLoadGoesOn()
     {
         QTcpServer squatter;
