@@ -119,8 +119,7 @@ private slots:
 
     void secondJobDuringAMessageLosesNoPage()
     {
-        // The first job's page 1 cannot be written; while its message is up
-        // (a person reads it), a second job comes and is dispatched whole.
+        // While the message of job 1's unwritable page is up, job 2 comes and is dispatched whole.
         TestServer s;
         frmMain& w = s.start();
         clickOutputWord(w, QStringLiteral("jpeg"));
@@ -150,8 +149,7 @@ private slots:
     {
         TestServer s;
         frmMain& w = s.start();
-        // The dispatch runs inside the close event and waits there, so the
-        // second client is started by a timer from within that wait.
+        // The dispatch waits inside the close event: a timer starts the second client in there.
         QString firstBase;
         bool overlapped = false;
         QTimer::singleShot(1500, [&] {
@@ -267,8 +265,7 @@ private slots:
 
         QTemporaryFile secret(QDir::tempPath() + QStringLiteral("/quorvel-secret-XXXXXX"));
         QVERIFY(secret.open() && secret.write("secret\n") && secret.flush());
-        // The job shows the name of a file in its temporary folder, then tries
-        // the secret; the error brings the output to the log.
+        // The job names a file in its temporary folder and tries the secret; the error logs it.
         convert(w, "%!PS\n(TEMPFILE=) print null (w) .tempfile pop = flush\n(" +
                        secret.fileName().toLocal8Bit() +
                        ") (r) file 100 string readstring pop (read: ) print =\nshowpage\n");
@@ -289,8 +286,8 @@ private slots:
     {
         TestServer s;
         frmMain& w = s.start();
-        // The file turns up while the wait runs (a folder of that name is not
-        // it); the wait then lets Ghostscript write for one second more.
+        // The file (not a folder of its name) turns up in the wait, which then gives one second
+        // more.
         const QString path = s.jobPath(QStringLiteral("late.tif"));
         QDir().mkpath(path);
         QElapsedTimer since;
@@ -311,8 +308,7 @@ private slots:
         QFile own(path); // our own descriptors do not count
         QVERIFY(own.open(QIODevice::ReadOnly));
         QVERIFY(!w.IsFileTiffPDFLocked(path));
-        // Another process that holds it open, for writing or reading, does,
-        // and the wipe leaves it for later.
+        // Another process holding it open, to write or read, does: the wipe leaves it for later.
         for (const char* redirect : {">>", "<"}) {
             FileHolder other(path, redirect);
             QVERIFY(w.IsFileTiffPDFLocked(path));

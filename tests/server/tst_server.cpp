@@ -51,9 +51,7 @@ private slots:
         QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
     }
 
-    // Command-line words (through --output/--colour) and then clicks on
-    // buttons, as a user makes them: the buttons left on, the choice read
-    // from them and the path shown.
+    // Command-line words, then a user's clicks: the buttons on, the choice and the path shown.
     void outputChoice_data()
     {
         QTest::addColumn<QStringList>("args");
@@ -123,8 +121,7 @@ private slots:
         frmMain& w = s.start();
         w.List2->clear();
         w.List2->addItems({"Office Laser", " desk jet ", "laser", "Laser"});
-        // Trimmed and case-blind; the exact name comes before one that differs in
-        // case only; an unknown name changes nothing.
+        // Trimmed, case-blind but exact first; an unknown name changes nothing.
         for (auto [given, chosen] :
              {std::pair{"DESK JET", " desk jet "}, {"Laser", "Laser"}, {"nowhere", "Laser"}}) {
             parsed({"--printer", given}).apply(w);
@@ -246,8 +243,7 @@ private slots:
 
     void interleavedClientsMakeOneJob()
     {
-        // Both clients write into the one buffer; the first close dispatches
-        // all of it and the second close finds the buffer empty.
+        // Both write into one buffer; the first close dispatches it all, the second finds it empty.
         TestServer s;
         frmMain& w = s.start();
         auto a = connectClient(s.port);

@@ -1,5 +1,4 @@
-// The tray control and its host window, built twice: the real notification area's tests on
-// the xtray display (Xvfb, trayer, xdotool, ImageMagick), the control's own logic offscreen.
+// The tray control and its host window: the real tray on the xtray display, the rest offscreen.
 #include "platform/startupentry.h"
 #include "testsupport.h"
 #include "tray/ctlsystrayballoon.h"
