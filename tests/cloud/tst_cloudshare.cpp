@@ -1,20 +1,13 @@
-// The WebDAV client and the cloud print store control against the share of the
-// fixture QUORVEL_DAV_SERVICE names (webdav: Apache, the default; nginx), and
-// against ports on 127.0.0.1 that refuse, never answer, or answer what a WebDAV
-// server would not. Checks name status classes, never a server's own codes.
+// The WebDAV client and cloud control against the share QUORVEL_DAV_SERVICE names (default
+// webdav) and odd local ports; checks name status classes, never a server's own codes.
 #include "cloud/cloudshare.h"
 #include "cloud/uccloudsrvr.h"
 #include "common/log.h"
-#include "common/msgbox.h"
-#include "common/settings.h"
 #include "testsupport.h"
 
 #include <QDateTime>
-#include <QLineEdit>
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QTcpSocket>
-#include <QTest>
 #include <QTimer>
 
 using Call = std::function<void(ThinDavApi&, const QString&)>; // a request in a folder
@@ -145,11 +138,7 @@ class TestCloudShare : public QObject
     QString dir, owner;                         // this run's client folder and user id
 
     DavClient share() const { return DavClient(url, user, password); }
-    QByteArray onShare(const QString& path) const
-    {
-        QFile f(root + u'/' + path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
+    QByteArray onShare(const QString& path) const { return readFile(root + u'/' + path); }
     void useAccount(const QString& baseUrl)
     {
         SettingsStore::put(CloudShare::kBaseUrlKey, baseUrl);

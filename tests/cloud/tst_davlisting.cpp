@@ -1,6 +1,4 @@
-// Listing and date parsing: dates here, listings in data/listings.txt (replies
-// captured from Apache mod_dav and hand-made edge cases). Runs under TZ=CET-1
-// (UTC+1, no daylight time).
+// Listing and date parsing under TZ=CET-1; listings in data/listings.txt (Apache's and made up).
 #include "cloud/davlisting.h"
 
 #include <QFile>

@@ -1,5 +1,4 @@
-// Pictures in and out of the DIB section, the JPEG writer, the TIFF pages that
-// Ghostscript really writes (those of convert_pages) and the folder of a path.
+// DIB sections, the JPEG writer, Ghostscript's real TIFF pages (convert_pages), path folders.
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "convert/cdibsection.h"

@@ -1,26 +1,15 @@
-// Printing and the printer list on the private scheduler of the "cups" fixture:
-// a cups-pdf queue whose pages land as PDF files, a file queue and a queue that
-// rejects jobs. The TIFFs are those of convert_pages.
-#include "common/msgbox.h"
-#include "common/paths.h"
-#include "common/settings.h"
+// Printing and the printer list on the cups fixture's queues; the TIFFs are convert_pages'.
 #include "convert/currentprinter.h"
 #include "convert/printers.h"
-#include "testsupport.h"
 #include "netscan/frmnetscan.h"
 #include "platform/printertools.h"
-#include "server/frmmain.h"
+#include "testsupport.h"
 
-#include <QLineEdit>
-#include <QListWidget>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPrinterInfo>
-#include <QPushButton>
 #include <QScopeGuard>
 #include <QTableWidget>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTimer>
 #include <cups/cups.h>
 

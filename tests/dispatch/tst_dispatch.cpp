@@ -1,6 +1,4 @@
-// The road of a job through the real Ghostscript, from real TCP clients to
-// the files each output keeps, the printer it prints on, and the waits,
-// lock check and wipe on the way.
+// A job's road through the real Ghostscript, from TCP clients to the files or printer it ends in.
 #include "testsupport.h"
 
 #include "cloud/uccloudsrvr.h"
@@ -11,8 +9,6 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QImageReader>
-#include <QListWidget>
-#include <QRadioButton>
 #include <QTemporaryFile>
 #include <QTimer>
 
@@ -22,19 +18,6 @@ namespace
 {
 // Long enough for three 600 dpi colour pages on a busy machine.
 constexpr int kJobMs = 180000;
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
-}
-
-void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(bytes);
-}
 
 // A job whose one page is 200 x 200 points: its pages tell it from a Letter job.
 const QByteArray kSmallJob = "%!PS\n<< /PageSize [200 200] >> setpagedevice\n"
@@ -76,15 +59,23 @@ private slots:
         QTest::addColumn<QString>("output"); // words of --output, as clicks
         QTest::addColumn<int>("pages");
         QTest::addColumn<QStringList>("kept"); // suffixes after the base name
-
-        const QStringList pages3{"_001.jpg", "_002.jpg", "_003.jpg"};
-        QTest::newRow("pdf, 3 pages") << "pdf" << 3 << QStringList{".pdf"};
-        QTest::newRow("tiff, 3 pages") << "tiff" << 3 << QStringList{".tif"};
-        QTest::newRow("tiff, colour, 1 page") << "tiff colour" << 1 << QStringList{".tif"};
-        QTest::newRow("jpeg, 1 page") << "jpeg" << 1 << QStringList{".jpg"};
-        QTest::newRow("jpeg, colour, 3 pages") << "jpeg colour" << 3 << pages3;
+        QTest::addColumn<QString>("blocked");  // a page name that cannot be written
+        QTest::addColumn<QString>("shown");    // as the message names it
+        const auto row = [](const char* tag, const char* output, int pages, const QStringList& kept,
+                            const char* blocked = "", const char* shown = "") {
+            QTest::newRow(tag) << QString(output) << pages << kept << QString(blocked)
+                               << QString(shown);
+        };
+        row("pdf, 3 pages", "pdf", 3, {".pdf"});
+        row("tiff, 3 pages", "tiff", 3, {".tif"});
+        row("tiff, colour, 1 page", "tiff colour", 1, {".tif"});
+        row("jpeg, 1 page", "jpeg", 1, {".jpg"});
+        row("jpeg, colour, 3 pages", "jpeg colour", 3, {"_001.jpg", "_002.jpg", "_003.jpg"});
         // Save As Image with neither file type ("Others"): the TIFF stays.
-        QTest::newRow("image, no file type") << "tiff others" << 3 << QStringList{".tif"};
+        row("image, no file type", "tiff others", 3, {".tif"});
+        // A page that cannot be written is shown and passed over.
+        row("jpeg, page 2 failed", "jpeg", 3, {"_001.jpg", "_003.jpg"}, "_002.jpg", "002.jpg");
+        row("jpeg, 1 page failed", "jpeg", 1, {}, ".jpg", ".jpg");
     }
 
     void eachOutputKeepsItsFiles()
@@ -92,21 +83,29 @@ private slots:
         QFETCH(QString, output);
         QFETCH(int, pages);
         QFETCH(QStringList, kept);
+        QFETCH(QString, blocked);
+        QFETCH(QString, shown);
         TestServer s;
         frmMain& w = s.start();
         for (const QString& word : output.split(u' '))
             if (!clickOutputWord(w, word))
                 w.Option8->click();
+        if (!blocked.isEmpty())
+            blockPageName(s, blocked);
         sendJob(s.port, makePsJob(pages));
         QTRY_VERIFY_WITH_TIMEOUT(w.Text1->text().endsWith(QLatin1String(".ps")), 30000);
         QVERIFY(w.Text3->text().contains(w.TxtPath->text())); // the line that runs
-        QStringList expected;
-        for (const QString& suffix : kept)
-            expected << w.fileName() + suffix;
-        // The .ps goes last, so this is the end of the dispatch.
-        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), expected, kJobMs);
+        const QStringList expected = kept.replaceInStrings(QRegularExpression("^"), w.fileName());
+        QTRY_VERIFY_WITH_TIMEOUT(dispatchDone(w), kJobMs);
+        QCOMPARE(s.jobFiles(), expected); // a TIFF not kept and the .ps wiped
         QCOMPARE(w.jobBuffer(), QByteArray());
-        QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
+        // With a failed page: the writer's own message, then the dispatch's.
+        QVERIFY2(s.messages.size() == (blocked.isEmpty() ? 0 : 2), qPrintable(s.shown()));
+        if (!blocked.isEmpty()) {
+            QCOMPARE(s.messages[1].icon, MsgIcon::Exclamation);
+            QCOMPARE(s.messages[1].text, "Failed to save the picture to the file: '" +
+                                             s.jobPath(w.fileName()) + shown + "'");
+        }
         for (const QString& name : expected) {
             QImageReader image(s.jobPath(name));
             if (name.endsWith(QLatin1String(".pdf")))
@@ -118,45 +117,9 @@ private slots:
         }
     }
 
-    void failedJpegPageIsShownAndPassedOver_data()
-    {
-        QTest::addColumn<int>("pages");
-        QTest::addColumn<QString>("blocked"); // the page name that cannot be written
-        QTest::addColumn<QString>("shown");   // as the message names it
-        QTest::addColumn<QStringList>("kept");
-        QTest::newRow("3 pages") << 3 << "_002.jpg"
-                                 << "002.jpg" << QStringList{"_001.jpg", "_003.jpg"};
-        QTest::newRow("1 page") << 1 << ".jpg"
-                                << ".jpg" << QStringList{};
-    }
-
-    void failedJpegPageIsShownAndPassedOver()
-    {
-        QFETCH(int, pages);
-        QFETCH(QString, blocked);
-        QFETCH(QString, shown);
-        QFETCH(QStringList, kept);
-        TestServer s;
-        frmMain& w = s.start();
-        clickOutputWord(w, QStringLiteral("jpeg"));
-        blockPageName(s, blocked);
-        sendJob(s.port, makePsJob(pages));
-        QTRY_VERIFY_WITH_TIMEOUT(dispatchDone(w), kJobMs);
-        QStringList expected;
-        for (const QString& suffix : kept)
-            expected << w.fileName() + suffix;
-        QCOMPARE(s.jobFiles(), expected); // TIFF and .ps wiped
-        // The writer's own message, then the dispatch's.
-        QVERIFY2(s.messages.size() == 2, qPrintable(s.shown()));
-        QCOMPARE(s.messages[1].icon, MsgIcon::Exclamation);
-        QCOMPARE(s.messages[1].text, "Failed to save the picture to the file: '" +
-                                         s.jobPath(w.fileName()) + shown + "'");
-    }
-
     void secondJobDuringAMessageLosesNoPage()
     {
-        // The first job's page 1 cannot be written; while its message is up
-        // (a person reads it), a second job comes and is dispatched whole.
+        // While the message of job 1's unwritable page is up, job 2 comes and is dispatched whole.
         TestServer s;
         frmMain& w = s.start();
         clickOutputWord(w, QStringLiteral("jpeg"));
@@ -186,8 +149,7 @@ private slots:
     {
         TestServer s;
         frmMain& w = s.start();
-        // The dispatch runs inside the close event and waits there, so the
-        // second client is started by a timer from within that wait.
+        // The dispatch waits inside the close event: a timer starts the second client in there.
         QString firstBase;
         bool overlapped = false;
         QTimer::singleShot(1500, [&] {
@@ -303,8 +265,7 @@ private slots:
 
         QTemporaryFile secret(QDir::tempPath() + QStringLiteral("/quorvel-secret-XXXXXX"));
         QVERIFY(secret.open() && secret.write("secret\n") && secret.flush());
-        // The job shows the name of a file in its temporary folder, then tries
-        // the secret; the error brings the output to the log.
+        // The job names a file in its temporary folder and tries the secret; the error logs it.
         convert(w, "%!PS\n(TEMPFILE=) print null (w) .tempfile pop = flush\n(" +
                        secret.fileName().toLocal8Bit() +
                        ") (r) file 100 string readstring pop (read: ) print =\nshowpage\n");
@@ -325,14 +286,14 @@ private slots:
     {
         TestServer s;
         frmMain& w = s.start();
-        // The file turns up while the wait runs (a folder of that name is not
-        // it); the wait then lets Ghostscript write for one second more.
+        // The file (not a folder of its name) turns up in the wait, which then gives one second
+        // more.
         const QString path = s.jobPath(QStringLiteral("late.tif"));
         QDir().mkpath(path);
         QElapsedTimer since;
         QTimer::singleShot(300, [&] {
             QDir(path).removeRecursively();
-            writeFile(path, QByteArray());
+            QVERIFY(writeFile(path, QByteArray()));
             since.start();
         });
         w.DoWait4FilePS2PDFCreated(path);
@@ -343,12 +304,11 @@ private slots:
         QVERIFY(w.IsFileTiffPDFLocked(path + "x")); // missing
         QVERIFY(!QFileInfo::exists(path + "x"));    // and not made by the check
         const QByteArray content(3 << 20, 'p');
-        writeFile(path, content);
+        QVERIFY(writeFile(path, content));
         QFile own(path); // our own descriptors do not count
         QVERIFY(own.open(QIODevice::ReadOnly));
         QVERIFY(!w.IsFileTiffPDFLocked(path));
-        // Another process that holds it open, for writing or reading, does,
-        // and the wipe leaves it for later.
+        // Another process holding it open, to write or read, does: the wipe leaves it for later.
         for (const char* redirect : {">>", "<"}) {
             FileHolder other(path, redirect);
             QVERIFY(w.IsFileTiffPDFLocked(path));

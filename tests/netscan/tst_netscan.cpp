@@ -1,19 +1,11 @@
 // The network scan: computer names cut out of "net view", one aligned address
 // line per name (empty when it does not resolve), the two lists in step.
-#include "common/msgbox.h"
-#include "common/paths.h"
 #include "common/runtimeerror.h"
-#include "common/settings.h"
-#include "testsupport.h"
 #include "netscan/frmnetscan.h"
 #include "netscan/netviewparser.h"
-#include "server/frmmain.h"
+#include "testsupport.h"
 
-#include <QListWidget>
 #include <QPlainTextEdit>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
 
 class TestNetScan : public QObject
 {
@@ -66,11 +58,7 @@ private slots:
 
     void scanFromTheMainWindow()
     {
-        QTemporaryDir dir;
-        Paths::setProgramFolder(dir.path());
-        SettingsStore::setFolder(dir.filePath("settings"));
-        QList<Message> messages;
-        setMsgRecorder([&](const Message& m) { messages << m; });
+        TestServer s; // a private folder, settings and recorded messages
         frmMain form(freePort());
         QVERIFY(!form.findChild<FrmNetScan*>());
         form.Command3->click();
@@ -83,10 +71,8 @@ private slots:
         scan->ScanOutput("\\\\no..such\r\n");
         scan->ScanOutput(out); // starts from empty lists
         QCOMPARE(scan->Text2->toPlainText(), QString(out).remove(u'\r'));
-        QStringList lines;
-        for (int i = 0; i < scan->List1->count(); ++i)
-            lines << scan->List1->item(i)->text();
-        QCOMPARE(lines, QStringList({"localhost  | 127.0.0.1", "", "localhost  | 127.0.0.1"}));
+        QCOMPARE(rowTexts(scan->List1),
+                 QStringList({"localhost  | 127.0.0.1", "", "localhost  | 127.0.0.1"}));
         QCOMPARE(QList({scan->List1->currentRow(), scan->lstComps->currentRow()}), QList({0, 0}));
         scan->List1->setCurrentRow(2);
         scan->List1_Click();
@@ -95,9 +81,7 @@ private slots:
         scan->lstComps_Click();
         QCOMPARE(scan->List1->currentRow(), 1);
 
-        QVERIFY(messages.isEmpty());
-        setMsgRecorder({});
-        SettingsStore::setFolder(QString());
+        QVERIFY(s.messages.empty());
     }
 };
 

@@ -1,5 +1,4 @@
-// The start-up entry on Linux: an XDG autostart file that really starts the
-// program (launched here with GLib's own desktop-entry launcher).
+// The XDG autostart entry, launched for real with GLib's own desktop-entry launcher.
 #include "common/msgbox.h"
 #include "platform/startupentry.h"
 

@@ -1,6 +1,4 @@
-// The main window's cloud actions against the Apache share of the webdav
-// fixture: a TCP job sent to the cloud printer, fetched by another window
-// with "Get Cloud Data" and dispatched there like a TCP job.
+// The main window's cloud actions on a real share: a job sent to the cloud, fetched and dispatched.
 #include "testsupport.h"
 
 #include "cloud/uccloudsrvr.h"
@@ -52,9 +50,7 @@ private slots:
         m_collection = root + QStringLiteral("/CloudPrint/") + kInstallation + u'/' + kEmail;
         QDir().mkpath(m_collection);
         // Apache writes as www-data.
-        QProcess::execute(QStringLiteral("chown"),
-                          {QStringLiteral("-R"), QStringLiteral("www-data:www-data"),
-                           root + QStringLiteral("/CloudPrint")});
+        QProcess::execute("chown", {"-R", "www-data:www-data", root + "/CloudPrint"});
     }
 
     void twoInstallationsSideBySide()
@@ -69,10 +65,10 @@ private slots:
         QString port;
         const auto run = [&](int i, const QMap<QString, QString>& settings, QStringList args) {
             QSettings ini(homes[i].filePath("settings/Quorvel.ini"), QSettings::IniFormat);
-            for (const QString& key : {"CloudBaseUrl", "CloudUser", "CloudPassword"})
-                ini.setValue("Quorvel/" + key, m_dav.value(key == "CloudBaseUrl" ? "DAV_URL"
-                                                           : key == "CloudUser"  ? "DAV_USER"
-                                                                                 : "DAV_PASSWORD"));
+            for (auto [key, dav] : {std::pair{"CloudBaseUrl", "DAV_URL"},
+                                    {"CloudUser", "DAV_USER"},
+                                    {"CloudPassword", "DAV_PASSWORD"}})
+                ini.setValue(QString("Quorvel/") + key, m_dav.value(dav));
             for (auto it = settings.begin(); it != settings.end(); ++it)
                 ini.setValue("Quorvel/" + it.key(), it.value());
             ini.sync();
@@ -94,17 +90,13 @@ private slots:
              {"CloudClientServerId", kEmail}},
             {"--output", "cloud"});
         QTRY_VERIFY_WITH_TIMEOUT(programs[0].peek(1 << 20).contains("Listening to port"), 10000);
-        QFile file(homes[0].filePath("job.ps"));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(job) == job.size());
-        file.close();
+        QVERIFY(writeFile(homes[0].filePath("job.ps"), job));
         QProcess nc;
-        nc.setStandardInputFile(file.fileName());
+        nc.setStandardInputFile(homes[0].filePath("job.ps"));
         nc.start("nc", {"-N", "127.0.0.1", port});
         QVERIFY(nc.waitForFinished(10000));
         QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
-        QFile onShare(filesBelow(m_collection)[0]);
-        QVERIFY(onShare.open(QIODevice::ReadOnly));
-        QCOMPARE(onShare.readAll(), job); // byte for byte
+        QCOMPARE(readFile(filesBelow(m_collection)[0]), job); // byte for byte
         QTRY_VERIFY(programs[0].peek(1 << 20).contains("the job buffer is kept"));
         QVERIFY(programs[0].peek(1 << 20).contains("Print Uploaded to Cloud..."));
         QCOMPARE(QDir(homes[0].filePath("ImagesPdfExport")).entryList(QDir::Files), QStringList());
@@ -146,10 +138,7 @@ private slots:
         TestServer s;
         frmMain& w = start(s);
         w.UcCloudSrvr1_ServerInfoReturn(list);
-        QStringList shown;
-        for (int i = 0; i < w.List3->count(); ++i)
-            shown << w.List3->item(i)->text();
-        QCOMPARE(shown, rows);
+        QCOMPARE(rowTexts(w.List3), rows);
         QCOMPARE(w.List3->currentRow(), 0); // the first is fetched
         QVERIFY(w.txtLog->text().contains(
             QStringLiteral("Total Printouts Found > %1 > ").arg(rows.size())));
@@ -164,9 +153,7 @@ private slots:
     {
         // A job waits on the share; a fresh installation registers its user id
         // and fetches it at start-up; each poll fetches it again (it stays there).
-        QFile waiting(m_collection + QStringLiteral("/File_261122_101010.ps"));
-        QVERIFY(waiting.open(QIODevice::WriteOnly) && waiting.write(makePsJob(1)) > 0);
-        waiting.close();
+        QVERIFY(writeFile(m_collection + QStringLiteral("/File_261122_101010.ps"), makePsJob(1)));
         TestServer s;
         frmMain& w = start(s, false, {QString(), kInstallation});
         RunOptions o;

@@ -1,6 +1,4 @@
-// The main window as it loads and as it is driven: the Output box and the
-// command line that clicks it, the user's ids, the listener and its job
-// intake over real TCP connections on 127.0.0.1.
+// The main window as it loads and is driven: Output box, command line, ids, TCP intake.
 #include "testsupport.h"
 
 #include "server/runoptions.h"
@@ -53,9 +51,7 @@ private slots:
         QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
     }
 
-    // Command-line words (through --output/--colour) and then clicks on
-    // buttons, as a user makes them: the buttons left on, the choice read
-    // from them and the path shown.
+    // Command-line words, then a user's clicks: the buttons on, the choice and the path shown.
     void outputChoice_data()
     {
         QTest::addColumn<QStringList>("args");
@@ -64,26 +60,22 @@ private slots:
         QTest::addColumn<int>("action");
         QTest::addColumn<QString>("extension");
         using A = OutputChoice::Action;
-        QTest::newRow("start-up") << QStringList{} << ""
-                                  << "1 6 8" << int(A::Pdf) << ".pdf";
-        QTest::newRow("--output pdf") << QStringList{"--output", "pdf"} << ""
-                                      << "1 6 8" << int(A::Pdf) << ".pdf";
-        QTest::newRow("--output tiff") << QStringList{"--output", "tiff"} << ""
-                                       << "2 4 6" << int(A::Image) << ".tif";
-        QTest::newRow("--output jpeg --colour") << QStringList{"--output", "jpeg", "--colour"} << ""
-                                                << "2 5 7" << int(A::Image) << ".tif";
-        QTest::newRow("--output print") << QStringList{"--output", "print"} << ""
-                                        << "3 6 8" << int(A::Print) << ".tif";
+        const auto row = [](const char* tag, const char* args, const char* clicks, const char* on,
+                            A a) {
+            QTest::newRow(tag) << QString(args).split(u' ', Qt::SkipEmptyParts) << QString(clicks)
+                               << QString(on) << int(a) << QString(a == A::Pdf ? ".pdf" : ".tif");
+        };
+        row("start-up", "", "", "1 6 8", A::Pdf);
+        row("pdf", "--output pdf", "", "1 6 8", A::Pdf);
+        row("tiff", "--output tiff", "", "2 4 6", A::Image);
+        row("jpeg colour", "--output jpeg --colour", "", "2 5 7", A::Image);
+        row("print", "--output print", "", "3 6 8", A::Print);
         // Not chosen yet: the click does nothing.
-        QTest::newRow("--output cloud, no server") << QStringList{"--output", "cloud"} << ""
-                                                   << "1 6 8" << int(A::Pdf) << ".pdf";
-        QTest::newRow("colour keeps the action") << QStringList{} << "7"
-                                                 << "1 7 8" << int(A::Pdf) << ".pdf";
+        row("cloud, no server", "--output cloud", "", "1 6 8", A::Pdf);
+        row("colour keeps the action", "", "7", "1 7 8", A::Pdf);
         // A file type holds "Save As Image" until "Others" gives it up.
-        QTest::newRow("file type holds the image") << QStringList{} << "5 1 3"
-                                                   << "2 5 6" << int(A::Image) << ".tif";
-        QTest::newRow("others gives it up") << QStringList{} << "5 8 3"
-                                            << "3 6 8" << int(A::Print) << ".tif";
+        row("file type holds the image", "", "5 1 3", "2 5 6", A::Image);
+        row("others gives it up", "", "5 8 3", "3 6 8", A::Print);
     }
 
     void outputChoice()
@@ -129,8 +121,7 @@ private slots:
         frmMain& w = s.start();
         w.List2->clear();
         w.List2->addItems({"Office Laser", " desk jet ", "laser", "Laser"});
-        // Trimmed and case-blind; the exact name comes before one that differs in
-        // case only; an unknown name changes nothing.
+        // Trimmed, case-blind but exact first; an unknown name changes nothing.
         for (auto [given, chosen] :
              {std::pair{"DESK JET", " desk jet "}, {"Laser", "Laser"}, {"nowhere", "Laser"}}) {
             parsed({"--printer", given}).apply(w);
@@ -242,12 +233,9 @@ private slots:
         c->disconnectFromHost();
         QTRY_COMPARE(w.connectionCount(), 0);
         QCOMPARE(w.lblConnections->text(), QStringLiteral("0"));
-        QStringList log;
-        for (int i = 0; i < w.List1->count(); ++i)
-            log << w.List1->item(i)->text();
-        QCOMPARE(log, (QStringList{"Listening to port: " + QString::number(s.port),
-                                   "Connection request id " + id + " from 127.0.0.1",
-                                   "Connection closed: 127.0.0.1"}));
+        QCOMPARE(rowTexts(w.List1), (QStringList{"Listening to port: " + QString::number(s.port),
+                                                 "Connection request id " + id + " from 127.0.0.1",
+                                                 "Connection closed: 127.0.0.1"}));
         // Dispatched with no action chosen: the .ps is made and wiped, nothing else.
         QTRY_VERIFY(!w.Text1->text().isEmpty() && s.jobFiles().isEmpty());
         QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
@@ -255,8 +243,7 @@ private slots:
 
     void interleavedClientsMakeOneJob()
     {
-        // Both clients write into the one buffer; the first close dispatches
-        // all of it and the second close finds the buffer empty.
+        // Both write into one buffer; the first close dispatches it all, the second finds it empty.
         TestServer s;
         frmMain& w = s.start();
         auto a = connectClient(s.port);

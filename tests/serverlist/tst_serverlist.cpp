@@ -1,5 +1,4 @@
-// The cloud server list editor, opened from the main window and driven by
-// keys and the mouse; its lookups go to the Apache share of the webdav fixture.
+// The cloud server list editor, driven by keys and the mouse, its lookups on the webdav share.
 #include "testsupport.h"
 
 #include "cloud/uccloudsrvr.h"
@@ -11,15 +10,14 @@
 
 namespace
 {
-// Keys go where a user's keys go: to the open list, else to the focus,
-// found again for the release as the press may have moved it.
+// To the open list, else the focus, found again for the release as the press may move it.
 template <typename Key> void key(Key k)
 {
     QWidget* const focus = nullptr;
     QTest::keyPress(focus, k);
     QTest::keyRelease(focus, k);
 }
-void keys(const char* text)
+void keys(const char* text) // "\r" is Return, "\x1b" Escape
 {
     for (const char* c = text; *c; ++c)
         key(*c);
@@ -72,9 +70,7 @@ private slots:
         // alice's own collection for this installation is no server to print to.
         for (const char* path : {"alice/srv1", "alice/quorvel-test", "bob/srv9"})
             QDir().mkpath(root + QStringLiteral("/CloudPrint/") + QLatin1String(path));
-        QProcess::execute(QStringLiteral("chown"),
-                          {QStringLiteral("-R"), QStringLiteral("www-data:www-data"),
-                           root + QStringLiteral("/CloudPrint")});
+        QProcess::execute("chown", {"-R", "www-data:www-data", root + "/CloudPrint"});
     }
 
     void loading_data()
@@ -161,27 +157,19 @@ private slots:
         frmMain& w = *s.window;
         QTest::mouseClick(w.Command2, Qt::LeftButton);
         QCOMPARE(w.findChildren<FrmClSrLst*>().size(), 1);
-        keys("alice");
-        key(Qt::Key_Return);
+        keys("alice\r");
         QTRY_VERIFY_WITH_TIMEOUT(e.Combo1->view()->isVisible(), 15000);
         QCOMPARE(offered(e), QStringList{"srv1"});
-        key(Qt::Key_Return); // nothing chosen yet
+        keys("\r"); // nothing chosen yet
         QCOMPARE(s.shown(), QStringLiteral("Server-Id not selected properly..."));
-        key(Qt::Key_Space);
+        keys(" ");
         key(Qt::Key_Down);
-        key(Qt::Key_Return);
-        keys("home");
-        key(Qt::Key_Return);
-        keys("bob");
-        key(Qt::Key_Return);
+        keys("\rhome\rbob\r");
         QTRY_VERIFY_WITH_TIMEOUT(e.Combo1->view()->isVisible(), 15000);
         key(Qt::Key_Down);
-        key(Qt::Key_Return);
-        keys("gone");
-        key(Qt::Key_Escape);
+        keys("\rgone\x1b");
         QCOMPARE(get("ClientUserId2"), QString());
-        keys("work");
-        key(Qt::Key_Return);
+        keys("work\r");
         const QStringList rows{get("ClientUserId1"), get("ClientServerId1"), get("ClientNotes1"),
                                get("Selected1"),     get("ClientUserId2"),   get("ClientServerId2"),
                                get("ClientNotes2"),  get("Selected2")};

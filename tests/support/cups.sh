@@ -1,14 +1,7 @@
 #!/bin/bash
-# A private CUPS scheduler for the printing tests: its own ServerRoot, spool
-# and logs in a folder under /tmp, a local socket plus 127.0.0.1 on a free port,
-# no systemd. /etc/cups stays as it is, but for the one cups-pdf file that the
-# cups-pdf backend only reads from there (removed again by "down").
-# Queues: QuorvelPDF (cups-pdf, the default), QuorvelFile (writes a file) and
-# QuorvelReject (refuses jobs, as cupsreject leaves it).
-# Usage: cups.sh up|down STATEDIR
-# "up" writes STATEDIR/cups.env: CUPS_SERVER (the socket), CUPS_PORT, CUPS_WEB,
-# CUPS_PDF_QUEUE, CUPS_FILE_QUEUE, CUPS_REJECT_QUEUE, CUPS_PDF_OUT (where
-# printed PDFs land), CUPS_FILE_OUT, CUPS_PID, CUPS_HOME.
+# A private CUPS scheduler (own folder under /tmp, socket and 127.0.0.1 port, no systemd) with
+# queues QuorvelPDF (cups-pdf, default), QuorvelFile and QuorvelReject (refuses jobs).
+# Usage: cups.sh up|down STATEDIR; "up" writes the keys below into STATEDIR/cups.env.
 set -u
 MODE=${1:?up or down}
 STATE=${2:?state folder}
@@ -83,19 +76,11 @@ for attempt in $(seq 20); do
         cupsreject QuorvelReject || ok=0
         lpadmin -d QuorvelPDF || ok=0
         if [ "$ok" = 1 ]; then
-            {
-                echo "CUPS_SERVER=$SOCKET"
-                echo "CUPS_PORT=$PORT"
-                echo "CUPS_WEB=http://127.0.0.1:$PORT"
-                echo "CUPS_PDF_QUEUE=QuorvelPDF"
-                echo "CUPS_FILE_QUEUE=QuorvelFile"
-                echo "CUPS_REJECT_QUEUE=QuorvelReject"
-                echo "CUPS_PDF_OUT=$HOME_DIR/pdf"
-                echo "CUPS_FILE_OUT=$HOME_DIR/file/out.prn"
-                echo "CUPS_PDF_CONF=$PDFCONF"
-                echo "CUPS_PID=$PID"
-                echo "CUPS_HOME=$HOME_DIR"
-            } > "$ENVFILE"
+            printf '%s\n' "CUPS_SERVER=$SOCKET" "CUPS_PORT=$PORT" "CUPS_WEB=http://127.0.0.1:$PORT" \
+                CUPS_PDF_QUEUE=QuorvelPDF CUPS_FILE_QUEUE=QuorvelFile \
+                CUPS_REJECT_QUEUE=QuorvelReject "CUPS_PDF_OUT=$HOME_DIR/pdf" \
+                "CUPS_FILE_OUT=$HOME_DIR/file/out.prn" "CUPS_PDF_CONF=$PDFCONF" "CUPS_PID=$PID" \
+                "CUPS_HOME=$HOME_DIR" >"$ENVFILE"
             echo "CUPS scheduler on $SOCKET and 127.0.0.1:$PORT (pid $PID); PDFs in $HOME_DIR/pdf"
             exit 0
         fi

@@ -9,11 +9,9 @@ stop_process() {
     kill -9 "$pid" 2>/dev/null || true
 }
 
-# dav_share up|down STATEDIR NAME TEMPLATE: a private WebDAV share with Basic auth on
-# 127.0.0.1 and a free port, configured by TEMPLATE (@HOME@ and @PORT@ filled in) as
-# HOME/NAME.conf and started by the caller's start_server HOME, which prints the PID.
-# "up" writes STATEDIR/NAME.env: DAV_URL (ends in "/"), DAV_USER, DAV_PASSWORD,
-# DAV_ROOT (the folder behind DAV_URL), DAV_PORT, DAV_PID, DAV_HOME (logs/access.log).
+# dav_share up|down STATEDIR NAME TEMPLATE: a Basic-auth WebDAV share on 127.0.0.1, configured
+# from TEMPLATE and started by the caller's start_server HOME (prints the PID); "up" writes
+# STATEDIR/NAME.env (DAV_URL ends in "/", DAV_ROOT is the folder behind it).
 dav_share() {
     local env=$2/$3.env home port pid code
     if [ -f "$env" ]; then

@@ -1,8 +1,6 @@
 #pragma once
 
-// What the tests share: the service fixtures' settings, free ports, sample
-// jobs, real tools, the private CUPS scheduler, and a main window in a
-// private program folder with its messages recorded.
+// What the tests share: fixture settings, ports, jobs, tools, CUPS and a private main window.
 
 #include "common/msgbox.h"
 #include "common/paths.h"
@@ -68,8 +66,7 @@ inline quint16 freePort()
     return probe.serverPort();
 }
 
-// A PostScript job of the given number of Letter pages: text, colour fills
-// and a gray ramp on every page, as a client would send it.
+// A client's PostScript job of Letter pages, each with text, colour fills and a gray ramp.
 inline QByteArray makePsJob(int pages)
 {
     const QByteArray n = QByteArray::number(pages);
@@ -107,6 +104,26 @@ inline QString runTool(const QString& program, const QStringList& args)
     if (!p.waitForFinished(60000))
         return QString();
     return QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError());
+}
+
+inline QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
+}
+
+inline bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
+}
+
+inline QStringList rowTexts(const QListWidget* list)
+{
+    QStringList texts;
+    for (int i = 0; i < list->count(); ++i)
+        texts << list->item(i)->text();
+    return texts;
 }
 
 inline int pdfPages(const QString& path)
@@ -175,10 +192,8 @@ struct Cups {
         return QTest::qExec(&test, argc, argv);                                                    \
     }
 
-// A main window on a free loopback port, in its own program folder (with a
-// blank in its name, so that every quoted path is tried with one) and its
-// own settings; every message shown is recorded. Settings put before
-// start() are what the window loads.
+// A main window on a free port, in its own program folder (a blank in its name tries quoting)
+// and settings (put before start() is what it loads); every message shown is recorded.
 struct TestServer {
     QTemporaryDir root;
     QString folder = root.path() + QStringLiteral("/program folder");

@@ -1,9 +1,6 @@
 #!/usr/bin/env bash
-# A private X display (Xvfb on a free display number) with a tray host.
-#   xtray.sh up STATEDIR              start both; writes STATEDIR/xtray.env
-#   xtray.sh down STATEDIR            stop both (by PID)
-#   xtray.sh kill-trayer STATEDIR     stop the tray host only
-#   xtray.sh start-trayer STATEDIR    start a new tray host on the same display
+# A private X display (Xvfb) with a tray host (trayer); "up" writes STATEDIR/xtray.env.
+# Usage: xtray.sh up|down|kill-trayer|start-trayer STATEDIR (the last two: the tray host only)
 set -euo pipefail
 cmd=$1
 state=$2
@@ -24,17 +21,13 @@ stop_pid() {
 }
 
 write_env() {
-    {
-        echo "DISPLAY=:$(cat "$dir/display")"
-        echo "XVFB_PID=$(cat "$dir/xvfb.pid")"
-        echo "TRAYER_PID=$(cat "$dir/trayer.pid" 2>/dev/null || true)"
-        echo "XTRAY_SCRIPT=$(readlink -f "$0")"
-    } >"$envfile"
+    printf '%s\n' "DISPLAY=:$(cat "$dir/display")" "XVFB_PID=$(cat "$dir/xvfb.pid")" \
+        "TRAYER_PID=$(cat "$dir/trayer.pid" 2>/dev/null || true)" \
+        "XTRAY_SCRIPT=$(readlink -f "$0")" >"$envfile"
 }
 
 tray_owner() {
-    # The tray host owns the _NET_SYSTEM_TRAY_S0 selection; xprop cannot ask
-    # for selection owners, so look for trayer's window instead.
+    # xprop cannot ask who owns _NET_SYSTEM_TRAY_S0, so look for trayer's window instead.
     DISPLAY=":$(cat "$dir/display")" xwininfo -root -tree 2>/dev/null | grep -qi 'panel\|trayer'
 }
 

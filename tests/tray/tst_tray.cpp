@@ -1,22 +1,10 @@
-// The tray control and its host window, built twice: the real notification area's tests on
-// the xtray display (Xvfb, trayer, xdotool, ImageMagick), the control's own logic offscreen.
-#include "common/msgbox.h"
-#include "common/paths.h"
-#include "common/settings.h"
-#include "testsupport.h"
+// The tray control and its host window: the real tray on the xtray display, the rest offscreen.
 #include "platform/startupentry.h"
-#include "server/frmmain.h"
+#include "testsupport.h"
 #include "tray/ctlsystrayballoon.h"
 #include "tray/qtsystrayshell.h"
 
-#include <QApplication>
-#include <QCheckBox>
-#include <QFileInfo>
-#include <QLabel>
 #include <QMenu>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
 #include <algorithm>
 #include <cstdio>
 #include <list>
@@ -191,12 +179,9 @@ private slots:
     // icon comes with the tray host, its menu and double click restore the window.
     void hostWindow()
     {
-        QTemporaryDir dir;
-        Paths::setProgramFolder(dir.path());
-        SettingsStore::setFolder(dir.filePath("settings"));
-        qputenv("XDG_CONFIG_HOME", dir.filePath("config").toUtf8());
-        QList<Message> messages;
-        setMsgRecorder([&](const Message& m) { messages << m; });
+        TestServer s; // a private folder, settings and recorded messages
+        qputenv("XDG_CONFIG_HOME", s.root.filePath("config").toUtf8());
+        std::vector<Message>& messages = s.messages;
         QStringList log;
         Log::setSink([&](const QString& line) { log << line; });
         QVERIFY(xtrayCommand("kill-trayer"));
@@ -251,12 +236,12 @@ private slots:
         QCOMPARE(entry.readAll(), "kept");
         form->ChkRun->click(); // unticking removes it
         QVERIFY(!entry.exists());
-        QVERIFY(messages.isEmpty());
+        QVERIFY(messages.empty());
 
         // Adding twice is an error, shown in a critical box; the icon stays.
         QVERIFY(!form->ctlSysTrayBalloon1->SysTrayAddIcon());
         QVERIFY(form->ctlSysTrayBalloon1->isLoaded());
-        QCOMPARE(messages.size(), 1);
+        QCOMPARE(messages.size(), size_t(1));
         QCOMPARE(messages[0].text, "(1) Erreur -1 - Icône standard non définie");
         QCOMPARE(messages[0].title, "ctlSysTrayBalloon1, procédure \"SysTrayAddIcon\"");
         QCOMPARE(messages[0].icon, MsgIcon::Critical);
