@@ -17,20 +17,24 @@ cleanup() {
 trap cleanup EXIT
 fail() { echo "$*" >&2; cat "$work/quorvel.log" >&2 2>/dev/null; exit 1; }
 
-display=
-for n in $(seq 90 140); do
-    if [ ! -e /tmp/.X11-unix/X$n ] && [ ! -e /tmp/.X$n-lock ]; then display=$n; break; fi
-done
-[ -n "$display" ] || fail "no free display"
-Xvfb ":$display" -screen 0 1280x900x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
+# Xvfb picks a free display itself and writes its number.
+exec 5>"$work/display"
+Xvfb -displayfd 5 -screen 0 1280x900x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
 pids+=($!)
-for _ in $(seq 300); do xdpyinfo -display ":$display" >/dev/null 2>&1 && break; sleep 0.1; done
-export DISPLAY=":$display"
+exec 5>&-
+for _ in $(seq 300); do [ -s "$work/display" ] && break; sleep 0.1; done
+export DISPLAY=":$(tr -d '\n ' <"$work/display")"
+for _ in $(seq 300); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+xdpyinfo >/dev/null 2>&1 || fail "Xvfb did not start: $(cat "$work/xvfb.log")"
 unset QT_QPA_PLATFORM
-trayer --edge top --align right --widthtype request --height 32 --SetDockType true \
-    --transparent false --tint 0xd0d0d0 >"$work/trayer.log" 2>&1 &
-pids+=($!)
-for _ in $(seq 300); do xwininfo -name panel >/dev/null 2>&1 && break; sleep 0.1; done
+# A tray host that died at start is started again.
+for try in 1 2 3; do
+    trayer --edge top --align right --widthtype request --height 32 --SetDockType true \
+        --transparent false --tint 0xd0d0d0 >>"$work/trayer.log" 2>&1 &
+    pids+=($!)
+    for _ in $(seq 100); do xwininfo -name panel >/dev/null 2>&1 && break; sleep 0.1; done
+    xwininfo -name panel >/dev/null 2>&1 && break
+done
 xwininfo -name panel >/dev/null 2>&1 || fail "the tray host did not start: $(cat "$work/trayer.log")"
 
 # One stored cloud server, so that the server list shows a filled row.
