@@ -342,44 +342,33 @@ void FrmClSrLst::MSHFlexGridEditC(QTableWidget* grid, QComboBox* combo, int KeyA
     combo->setFocus();
 }
 
+namespace
+{
+// Enter gives the focus back to the grid, Escape too after dropping the
+// edit; both keys are then swallowed. False for any other key.
+bool leaveEditor(QTableWidget* grid, QWidget* editor, int& KeyCode)
+{
+    if (KeyCode != vbKeyEscape && KeyCode != vbKeyReturn)
+        return false;
+    if (KeyCode == vbKeyEscape)
+        editor->hide();
+    grid->setFocus();
+    KeyCode = 0;
+    return true;
+}
+} // namespace
+
 void FrmClSrLst::EditKeyCode(QTableWidget* grid, QLineEdit* editor, int& KeyCode, int Shift)
 {
     Q_UNUSED(Shift);
-    switch (KeyCode) {
-    case vbKeyEscape:
-        editor->hide();
-        grid->setFocus();
-        KeyCode = 0;
-        break;
-    case vbKeyReturn:
-        grid->setFocus();
-        KeyCode = 0;
-        break;
-    case vbKeyUp:
-    case vbKeyDown:
+    if (!leaveEditor(grid, editor, KeyCode) && (KeyCode == vbKeyUp || KeyCode == vbKeyDown))
         KeyCode = 0; // the editor stays on its cell
-        break;
-    default:
-        break;
-    }
 }
 
 void FrmClSrLst::EditKeyCodeC(QTableWidget* grid, QComboBox* combo, int& KeyCode, int Shift)
 {
     Q_UNUSED(Shift);
-    switch (KeyCode) {
-    case vbKeyEscape:
-        combo->hide();
-        grid->setFocus();
-        KeyCode = 0;
-        break;
-    case vbKeyReturn:
-        grid->setFocus();
-        KeyCode = 0;
-        break;
-    default:
-        break;
-    }
+    leaveEditor(grid, combo, KeyCode);
 }
 
 void FrmClSrLst::FG2_KeyPress(int& KeyAscii)
