@@ -5,7 +5,6 @@
 #include "server/runoptions.h"
 
 #include <QDirIterator>
-#include <QSettings>
 
 namespace
 {
@@ -60,59 +59,40 @@ private slots:
                                " pop pop\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
                                "(Cloud job) show showpage\n";
         // Two programs, each with its own folder, settings and port, no window.
-        QTemporaryDir homes[2];
-        QProcess programs[2];
-        QString port;
+        HeadlessQuorvel programs[2];
         const auto run = [&](int i, const QMap<QString, QString>& settings, QStringList args) {
-            QSettings ini(homes[i].filePath("settings/Quorvel.ini"), QSettings::IniFormat);
             for (auto [key, dav] : {std::pair{"CloudBaseUrl", "DAV_URL"},
                                     {"CloudUser", "DAV_USER"},
                                     {"CloudPassword", "DAV_PASSWORD"}})
-                ini.setValue(QString("Quorvel/") + key, m_dav.value(dav));
+                programs[i].put(key, m_dav.value(dav));
             for (auto it = settings.begin(); it != settings.end(); ++it)
-                ini.setValue("Quorvel/" + it.key(), it.value());
-            ini.sync();
-            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-            env.insert("QUORVEL_SETTINGS_DIR", homes[i].filePath("settings"));
-            programs[i].setProcessEnvironment(env);
-            programs[i].setProcessChannelMode(QProcess::MergedChannels);
-            port = QString::number(freePort());
-            programs[i].start(qEnvironmentVariable("QUORVEL_BINARY"),
-                              args << "--headless"
-                                   << "--port" << port << "--program-folder" << homes[i].path());
+                programs[i].put(it.key(), it.value());
+            return programs[i].start(args);
         };
         // The sender prints where its server list chose: this installation's collection.
-        run(0,
-            {{"ClientUserId1", kInstallation},
-             {"ClientServerId1", kEmail},
-             {"Selected1", "Y"},
-             {"CloudClientUserId", kInstallation},
-             {"CloudClientServerId", kEmail}},
-            {"--output", "cloud"});
-        QTRY_VERIFY_WITH_TIMEOUT(programs[0].peek(1 << 20).contains("Listening to port"), 10000);
-        QVERIFY(writeFile(homes[0].filePath("job.ps"), job));
-        QProcess nc;
-        nc.setStandardInputFile(homes[0].filePath("job.ps"));
-        nc.start("nc", {"-N", "127.0.0.1", port});
-        QVERIFY(nc.waitForFinished(10000));
+        QVERIFY(run(0,
+                    {{"ClientUserId1", kInstallation},
+                     {"ClientServerId1", kEmail},
+                     {"Selected1", "Y"},
+                     {"CloudClientUserId", kInstallation},
+                     {"CloudClientServerId", kEmail}},
+                    {"--output", "cloud"}));
+        sendJob(programs[0].port, job);
         QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
         QCOMPARE(readFile(filesBelow(m_collection)[0]), job); // byte for byte
-        QTRY_VERIFY(programs[0].peek(1 << 20).contains("the job buffer is kept"));
-        QVERIFY(programs[0].peek(1 << 20).contains("Print Uploaded to Cloud..."));
-        QCOMPARE(QDir(homes[0].filePath("ImagesPdfExport")).entryList(QDir::Files), QStringList());
+        QVERIFY(programs[0].waitForLog("the job buffer is kept"));
+        QVERIFY(programs[0].log().contains("Print Uploaded to Cloud..."));
+        QCOMPARE(QDir(programs[0].jobFolder()).entryList(QDir::Files), QStringList());
 
         // The receiver, registered before, fetches at start-up and keeps a PDF.
-        run(1, {{"EMailId", kEmail}, {"UserValidate", kEmail}, {"InstallationId", kInstallation}},
-            {"--get-cloud-data"});
-        const QDir jobs(homes[1].filePath("ImagesPdfExport"));
+        QVERIFY(run(1,
+                    {{"EMailId", kEmail}, {"UserValidate", kEmail}, {"InstallationId", kInstallation}},
+                    {"--get-cloud-data"}));
+        const QDir jobs(programs[1].jobFolder());
         QTRY_VERIFY_WITH_TIMEOUT(jobs.entryList(QDir::Files).size() == 1 &&
                                      jobs.entryList(QDir::Files)[0].endsWith(".pdf"),
                                  30000);
         QCOMPARE(filesBelow(m_collection).size(), 1); // it stays on the share
-        for (QProcess& p : programs) {
-            p.terminate();
-            QVERIFY(p.waitForFinished(10000));
-        }
     }
 
     // What the receiving window does with a listing or a fetched file.

@@ -9,6 +9,7 @@
 
 #include <QApplication>
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QCheckBox>
 #include <QDir>
 #include <QFile>
@@ -23,6 +24,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRect>
+#include <QSettings>
 #include <QString>
 #include <QStringList>
 #include <QTcpServer>
@@ -262,6 +264,57 @@ inline QTcpSocket* sendJob(quint16 port, const QByteArray& data, bool close = tr
     c->connectToHost(QHostAddress::LocalHost, port);
     return c;
 }
+
+// The program itself, headless on a free port, with its own folder and settings; log() is all
+// it has printed so far.
+struct HeadlessQuorvel {
+    QTemporaryDir home;
+    quint16 port = freePort();
+    QProcess process;
+    QByteArray output;
+
+    HeadlessQuorvel()
+    {
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        QObject::connect(&process, &QProcess::readyRead, [this] { output += process.readAll(); });
+    }
+    ~HeadlessQuorvel() { stop(); }
+    QString jobFolder() const { return home.filePath(QStringLiteral("ImagesPdfExport")); }
+    void put(const QString& key, const QVariant& value)
+    {
+        QSettings(home.filePath(QStringLiteral("settings/Quorvel.ini")), QSettings::IniFormat)
+            .setValue(QStringLiteral("Quorvel/") + key, value);
+    }
+    // Starts it with ARGS and waits until it listens.
+    bool start(QStringList args = {})
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QUORVEL_SETTINGS_DIR"), home.filePath(QStringLiteral("settings")));
+        process.setProcessEnvironment(env);
+        process.start(qEnvironmentVariable("QUORVEL_BINARY"),
+                      args << QStringLiteral("--headless") << QStringLiteral("--port")
+                           << QString::number(port) << QStringLiteral("--program-folder")
+                           << home.path());
+        return waitForLog(QStringLiteral("Listening to port"));
+    }
+    QString log() const { return QString::fromLocal8Bit(output); }
+    bool waitForLog(const QString& text, int ms = 10000)
+    {
+        QDeadlineTimer deadline(ms);
+        while (!log().contains(text) && !deadline.hasExpired())
+            QTest::qWait(20);
+        return log().contains(text);
+    }
+    void stop()
+    {
+        if (process.state() == QProcess::NotRunning)
+            return;
+        process.terminate();
+        if (!process.waitForFinished(10000))
+            process.kill();
+        process.waitForFinished(5000);
+    }
+};
 
 // Tests of the notification area run on the xtray fixture's display (Xvfb
 // with trayer). Call useXtrayDisplay() in main before the application exists.
