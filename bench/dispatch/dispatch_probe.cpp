@@ -5,9 +5,10 @@
 //   gs pdf|tiff|colour OUT PS    runs Ghostscript with the program's command line; prints
 //                                wall seconds and CPU seconds
 //   cpu PID                      prints the CPU seconds of all threads of PID
+#include "common/paths.h"
+#include "convert/conversion.h"
 #include "platform/ghostscript.h"
 #include "testsupport.h"
-#include "convert/conversion.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -80,8 +81,9 @@ int runGs(const QString& kind, const QString& out, const QString& ps)
     const GsOutput o = kind == QLatin1String("pdf")    ? GsOutput::Pdf
                        : kind == QLatin1String("tiff") ? GsOutput::ImageGray
                                                        : GsOutput::ImageColour;
-    QStringList args =
-        QProcess::splitCommand(GhostscriptCommandLine(o, ghostscriptProgram(), out, ps));
+    const QString gsPath =
+        QString::fromStdWString(ghostscriptProgram(Paths::programFolder().toStdWString()));
+    QStringList args = QProcess::splitCommand(GhostscriptCommandLine(o, gsPath, out, ps));
     const QString program = args.takeFirst();
     rusage before{}, after{};
     getrusage(RUSAGE_CHILDREN, &before);

@@ -150,7 +150,7 @@ void WaitForFileCreated(const QString& fileName)
 bool IsFileLocked(const QString& fileName)
 {
     // Checked first: a big file is not read while Ghostscript still writes it.
-    if (heldOpenByAnotherProcess(fileName))
+    if (heldOpenByAnotherProcess(fileName.toStdWString()))
         return true;
     QFile f(fileName);
     const qint64 length = f.size();

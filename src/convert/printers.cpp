@@ -14,20 +14,3 @@ QStringList installedPrinterNames()
 {
     return QPrinterInfo::availablePrinterNames();
 }
-namespace PrinterCommands
-{
-QString properties(const QString& n)
-{
-    return QStringLiteral("rundll32.exe printui.dll,PrintUIEntry /p /n \"") + n +
-           QStringLiteral("\"");
-}
-QString queue(const QString& n)
-{
-    return QStringLiteral("rundll32.exe printui.dll,PrintUIEntry /o /n \"") + n +
-           QStringLiteral("\"");
-}
-QString printersFolder()
-{
-    return QStringLiteral("rundll32.exe shell32.dll,SHHelpShortcuts_RunDLL PrintersFolder");
-}
-} // namespace PrinterCommands

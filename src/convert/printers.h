@@ -10,11 +10,3 @@ QString pathOfFile(const QString& path, QChar separator);
 
 // The printers the system knows, in its order.
 QStringList installedPrinterNames();
-
-// The command lines the printer tools run on Windows.
-namespace PrinterCommands
-{
-QString properties(const QString& printerName); // rundll32 ... /p /n "NAME"
-QString queue(const QString& printerName);      // rundll32 ... /o /n "NAME"
-QString printersFolder();
-} // namespace PrinterCommands

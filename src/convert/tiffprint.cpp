@@ -12,7 +12,7 @@
 
 bool TiffLoad(ImageFile& image, const QString& fileName)
 {
-    if (heldOpenByAnotherProcess(fileName))
+    if (heldOpenByAnotherProcess(fileName.toStdWString()))
         return false;
     try {
         return image.LoadFile(fileName);
@@ -30,7 +30,7 @@ void PrintTiffPages(const QString& tiffFilePath, const std::function<void(const 
         CurrentPrinter::SetDocName(QFileInfo(tiffFilePath).completeBaseName());
     // CUPS drops a job sent to a queue that refuses jobs, and Qt does not tell.
     const QString printer = CurrentPrinter::DeviceName();
-    if (pages > 0 && !printer.isEmpty() && !PrinterTools::acceptsJobs(printer))
+    if (pages > 0 && !printer.isEmpty() && !PrinterTools::acceptsJobs(printer.toStdWString()))
         log(QStringLiteral("Printer \"%1\" does not accept jobs: %2 is not printed")
                 .arg(printer, tiffFilePath));
     // Every page goes onto the same sheet, stretched over it from the

@@ -17,7 +17,7 @@ bool WipeFile(const QString& path)
 {
     if (!QFileInfo::exists(path))
         return true;
-    if (heldOpenByAnotherProcess(path))
+    if (heldOpenByAnotherProcess(path.toStdWString()))
         return false;
     {
         QFile f(path);

@@ -77,13 +77,13 @@ void FrmNetScan::Form_Unload()
 
 void FrmNetScan::SocketsInitialize()
 {
-    for (const QString& message : ::SocketsInitialize())
-        MsgBox(message);
+    for (const std::string& message : ::SocketsInitialize())
+        MsgBox(QString::fromStdString(message));
 }
 
 void FrmNetScan::SocketsCleanup()
 {
-    const QString message = ::SocketsCleanup();
+    const QString message = QString::fromStdString(::SocketsCleanup());
     if (!message.isEmpty())
         MsgBox(message);
 }
@@ -91,7 +91,7 @@ void FrmNetScan::SocketsCleanup()
 QString FrmNetScan::ProcessShells(const QString& command)
 {
     if (command == QStringLiteral("net view"))
-        return NetViewOutput();
+        return QString::fromStdWString(NetViewOutput());
     return QString();
 }
 
@@ -121,7 +121,8 @@ void FrmNetScan::ScanOutput(const QString& output)
 
 void FrmNetScan::Command1click(const QString& name)
 {
-    const QString address = LookupFirstIPv4(TrimBlanks(name));
+    const QString address =
+        QString::fromStdString(LookupFirstIPv4(TrimBlanks(name).toStdWString()));
     if (address.isEmpty()) {
         List1->addItem(QString()); // keeps the two lists in step
         return;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QString>
+#include <string>
 
 // True while another process holds the file open (Ghostscript still
 // writing it). Windows refuses to open such a file anyway; Linux does not,
 // so it is asked explicitly there.
-bool heldOpenByAnotherProcess(const QString& path);
+bool heldOpenByAnotherProcess(const std::wstring& path);

@@ -85,9 +85,9 @@ bool anotherProcessHolds(const FileId& id)
 }
 } // namespace
 
-bool heldOpenByAnotherProcess(const QString& path)
+bool heldOpenByAnotherProcess(const std::wstring& path)
 {
-    const QByteArray native = QFile::encodeName(path);
+    const QByteArray native = QFile::encodeName(QString::fromStdWString(path));
     const int fd = open(native.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return false; // a file that cannot be opened is not being written either

@@ -1,16 +1,16 @@
 #include "platform/filelock.h"
 
-#include <QString>
+#include <algorithm>
 
 #include <windows.h>
 
-bool heldOpenByAnotherProcess(const QString& path)
+bool heldOpenByAnotherProcess(const std::wstring& path)
 {
     // No sharing at all: refused while anybody else has the file open.
-    QString native = path;
-    native.replace(u'/', u'\\');
-    HANDLE h = CreateFileW(reinterpret_cast<const wchar_t*>(native.utf16()), GENERIC_READ, 0,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    std::wstring native = path;
+    std::replace(native.begin(), native.end(), L'/', L'\\');
+    HANDLE h = CreateFileW(native.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
     if (h == INVALID_HANDLE_VALUE)
         return GetLastError() == ERROR_SHARING_VIOLATION;
     CloseHandle(h);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QString>
+#include <string>
 
 // The Ghostscript console interpreter: the copy shipped in the program
 // folder's bin/ when there is one, else the system's.
-QString ghostscriptProgram();
+std::wstring ghostscriptProgram(const std::wstring& programFolder);

@@ -1,15 +1,13 @@
 #include "platform/ghostscript.h"
 
-#include "common/paths.h"
-
 #include <QFileInfo>
 #include <QStandardPaths>
 
-QString ghostscriptProgram()
+std::wstring ghostscriptProgram(const std::wstring& programFolder)
 {
-    const QString bundled = Paths::programFolder() + QStringLiteral("/bin/gs");
+    const QString bundled = QString::fromStdWString(programFolder) + QStringLiteral("/bin/gs");
     if (QFileInfo(bundled).isExecutable())
-        return bundled;
+        return bundled.toStdWString();
     const QString onPath = QStandardPaths::findExecutable(QStringLiteral("gs"));
-    return onPath.isEmpty() ? QStringLiteral("gs") : onPath;
+    return onPath.isEmpty() ? L"gs" : onPath.toStdWString();
 }

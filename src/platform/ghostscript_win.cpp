@@ -1,8 +1,6 @@
 #include "platform/ghostscript.h"
 
-#include "common/paths.h"
-
-QString ghostscriptProgram()
+std::wstring ghostscriptProgram(const std::wstring& programFolder)
 {
-    return Paths::programFolder() + QStringLiteral("\\bin\\gswin32c.exe");
+    return programFolder + L"\\bin\\gswin32c.exe";
 }

@@ -3,10 +3,7 @@
 // the control's procedure, found by window handle.
 #include "platform/nativesystrayshell.h"
 
-#include <QIcon>
-#include <QImage>
-#include <QPixmap>
-#include <QWidget>
+#include <algorithm>
 #include <cstring>
 #include <map>
 
@@ -16,47 +13,49 @@
 
 namespace
 {
-class Win32SysTrayShell;
+class Win32Tray;
 
-std::map<HWND, Win32SysTrayShell*>& shells()
+std::map<HWND, Win32Tray*>& shells()
 {
-    static std::map<HWND, Win32SysTrayShell*> byWindow;
+    static std::map<HWND, Win32Tray*> byWindow;
     return byWindow;
 }
 
 LRESULT CALLBACK forwardProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
 VOID CALLBACK forwardTimer(HWND hwnd, UINT, UINT_PTR id, DWORD);
 
-void copyText(wchar_t* to, size_t chars, const QByteArray& field)
+void copyText(wchar_t* to, size_t chars, const std::string& field)
 {
-    const size_t bytes = qMin(size_t(field.size()), chars * sizeof(wchar_t));
-    std::memcpy(to, field.constData(), bytes);
+    std::memcpy(to, field.data(), std::min(field.size(), chars * sizeof(wchar_t)));
 }
 
-class Win32SysTrayShell : public SysTrayShell
+class Win32Tray : public NativeTray
 {
 public:
-    explicit Win32SysTrayShell(QWidget* control) : m_control(control) {}
-    ~Win32SysTrayShell() override
+    Win32Tray(std::function<std::uintptr_t()> window, std::function<std::uintptr_t()> topLevel)
+        : m_window(std::move(window)), m_topLevel(std::move(topLevel))
+    {
+    }
+    ~Win32Tray() override
     {
         shells().erase(hwnd());
         for (auto& [handle, icon] : m_icons)
             DestroyIcon(icon);
     }
 
-    HWND hwnd() const { return reinterpret_cast<HWND>(m_control->winId()); }
+    HWND hwnd() const { return reinterpret_cast<HWND>(m_window()); }
 
     LRESULT dispatch(HWND h, UINT msg, WPARAM w, LPARAM l)
     {
         if (m_proc)
-            return LRESULT(m_proc(quintptr(h), msg, quintptr(w), qintptr(l)));
+            return LRESULT(m_proc(std::uintptr_t(h), msg, std::uintptr_t(w), std::intptr_t(l)));
         return m_previous ? CallWindowProcW(m_previous, h, msg, w, l)
                           : DefWindowProcW(h, msg, w, l);
     }
 
-    quintptr window() const override { return quintptr(hwnd()); }
+    std::uintptr_t window() const override { return std::uintptr_t(hwnd()); }
 
-    int notifyIcon(quint32 message, const NotifyIconData& data) override
+    int notifyIcon(std::uint32_t message, const Record& data) override
     {
         NOTIFYICONDATAW nid;
         std::memset(&nid, 0, sizeof nid);
@@ -76,22 +75,22 @@ public:
         return Shell_NotifyIconW(message, &nid) ? 1 : 0;
     }
 
-    quintptr findTaskbarWindow() override
+    std::uintptr_t findTaskbarWindow() override
     {
-        return quintptr(FindWindowA("Shell_TrayWnd", nullptr));
+        return std::uintptr_t(FindWindowA("Shell_TrayWnd", nullptr));
     }
 
-    quintptr subclass(WindowProc proc) override
+    std::uintptr_t subclass(WindowProc proc) override
     {
         const HWND h = hwnd();
         shells()[h] = this;
         m_proc = std::move(proc);
         m_previous = reinterpret_cast<WNDPROC>(
             SetWindowLongPtrW(h, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&forwardProc)));
-        return quintptr(m_previous);
+        return std::uintptr_t(m_previous);
     }
 
-    void unsubclass(quintptr previous) override
+    void unsubclass(std::uintptr_t previous) override
     {
         const HWND h = hwnd();
         SetWindowLongPtrW(h, GWLP_WNDPROC, LONG_PTR(previous));
@@ -100,74 +99,89 @@ public:
         shells().erase(h);
     }
 
-    qintptr callPrevious(quintptr previous, quintptr h, quint32 msg, quintptr w, qintptr l) override
+    std::intptr_t callPrevious(std::uintptr_t previous, std::uintptr_t h, std::uint32_t msg,
+                               std::uintptr_t w, std::intptr_t l) override
     {
-        return qintptr(CallWindowProcW(reinterpret_cast<WNDPROC>(previous),
-                                       reinterpret_cast<HWND>(h), msg, WPARAM(w), LPARAM(l)));
+        return std::intptr_t(CallWindowProcW(reinterpret_cast<WNDPROC>(previous),
+                                             reinterpret_cast<HWND>(h), msg, WPARAM(w), LPARAM(l)));
     }
 
-    quintptr setTimer(quintptr id, quint32 periodMs) override
+    std::uintptr_t setTimer(std::uintptr_t id, std::uint32_t periodMs) override
     {
-        return quintptr(SetTimer(hwnd(), UINT_PTR(id), periodMs, &forwardTimer));
+        return std::uintptr_t(SetTimer(hwnd(), UINT_PTR(id), periodMs, &forwardTimer));
     }
 
-    void killTimer(quintptr id) override { KillTimer(hwnd(), UINT_PTR(id)); }
+    void killTimer(std::uintptr_t id) override { KillTimer(hwnd(), UINT_PTR(id)); }
 
     void setForegroundWindow() override
     {
-        SetForegroundWindow(reinterpret_cast<HWND>(m_control->window()->winId()));
+        SetForegroundWindow(reinterpret_cast<HWND>(m_topLevel()));
     }
 
-    QList<quintptr> topLevelWindows() override
+    std::vector<std::uintptr_t> topLevelWindows() override
     {
-        QList<quintptr> windows;
+        std::vector<std::uintptr_t> windows;
         for (HWND w = GetWindow(GetDesktopWindow(), GW_CHILD); w; w = GetWindow(w, GW_HWNDNEXT))
-            windows.append(quintptr(w));
+            windows.push_back(std::uintptr_t(w));
         return windows;
     }
 
-    QString className(quintptr window) override
+    std::string className(std::uintptr_t window) override
     {
         char name[256] = {};
         const int n = GetClassNameA(reinterpret_cast<HWND>(window), name, sizeof name);
-        return QString::fromLatin1(name, n > 0 ? n : 0);
+        return std::string(name, size_t(n > 0 ? n : 0));
     }
 
-    QString balloonClassName() const override { return QStringLiteral("tooltips_class32"); }
+    std::string balloonClassName() const override { return "tooltips_class32"; }
 
-    qintptr sendMessage(quintptr window, quint32 msg, quintptr w, qintptr l) override
+    std::intptr_t sendMessage(std::uintptr_t window, std::uint32_t msg, std::uintptr_t w,
+                              std::intptr_t l) override
     {
-        return qintptr(SendMessageW(reinterpret_cast<HWND>(window), msg, WPARAM(w), LPARAM(l)));
+        return std::intptr_t(
+            SendMessageW(reinterpret_cast<HWND>(window), msg, WPARAM(w), LPARAM(l)));
     }
 
-    QString windowText(quintptr window, int maxChars) override
+    std::wstring windowText(std::uintptr_t window, int maxChars) override
     {
         if (maxChars < 1)
-            return QString();
+            return std::wstring();
         std::wstring buffer(size_t(maxChars), L'\0');
         const LRESULT n = SendMessageW(reinterpret_cast<HWND>(window), WM_GETTEXT, WPARAM(maxChars),
                                        reinterpret_cast<LPARAM>(buffer.data()));
-        return QString::fromWCharArray(buffer.data(), int(qMax<LRESULT>(n, 0)));
+        buffer.resize(size_t(std::max<LRESULT>(n, 0)));
+        return buffer;
     }
 
 private:
-    HICON iconHandle(const TrayIconRef& ref)
+    HICON iconHandle(const Icon& ref)
     {
-        if (ref.handle == 0 || ref.icon.isNull())
+        if (ref.handle == 0 || !ref.pixels)
             return nullptr;
         auto it = m_icons.find(ref.handle);
         if (it != m_icons.end())
             return it->second;
         const int size = GetSystemMetrics(SM_CXSMICON);
-        HICON icon = ref.icon.pixmap(size, size).toImage().toHICON();
+        const std::vector<std::uint32_t> pixels = ref.pixels(size);
+        if (pixels.size() != size_t(size) * size_t(size))
+            return nullptr;
+        // A 32-bit colour bitmap carries the alpha; the mask (rows of whole words) masks nothing.
+        const std::vector<BYTE> mask(size_t(size) * size_t((size + 15) / 16 * 2), 0);
+        ICONINFO info{};
+        info.fIcon = TRUE;
+        info.hbmColor = CreateBitmap(size, size, 1, 32, pixels.data());
+        info.hbmMask = CreateBitmap(size, size, 1, 1, mask.data());
+        HICON icon = CreateIconIndirect(&info);
+        DeleteObject(info.hbmColor);
+        DeleteObject(info.hbmMask);
         m_icons[ref.handle] = icon;
         return icon;
     }
 
-    QWidget* m_control;
+    std::function<std::uintptr_t()> m_window, m_topLevel;
     WindowProc m_proc;
     WNDPROC m_previous = nullptr;
-    std::map<quintptr, HICON> m_icons;
+    std::map<std::uintptr_t, HICON> m_icons;
 };
 
 LRESULT CALLBACK forwardProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam)
@@ -186,7 +200,8 @@ VOID CALLBACK forwardTimer(HWND hwnd, UINT, UINT_PTR id, DWORD)
 }
 } // namespace
 
-std::unique_ptr<SysTrayShell> createNativeSysTrayShell(QWidget* control)
+std::unique_ptr<NativeTray> createNativeTray(std::function<std::uintptr_t()> window,
+                                             std::function<std::uintptr_t()> topLevel)
 {
-    return std::make_unique<Win32SysTrayShell>(control);
+    return std::make_unique<Win32Tray>(std::move(window), std::move(topLevel));
 }

@@ -5,7 +5,9 @@
 #include <QProcess>
 #include <QRegularExpression>
 
-QString NetViewOutput()
+namespace
+{
+QString netView()
 {
     // smbtree lists "\t\\NAME<padding>\t\tremark" under each workgroup;
     // -S stops at the hosts, -N asks no password.
@@ -33,23 +35,30 @@ QString NetViewOutput()
     return out + QStringLiteral("The command completed successfully.\r\n\r\n");
 }
 
-QStringList SocketsInitialize()
+} // namespace
+
+std::wstring NetViewOutput()
+{
+    return netView().toStdWString();
+}
+
+std::vector<std::string> SocketsInitialize()
 {
     return {};
 }
 
-QString SocketsCleanup()
+std::string SocketsCleanup()
 {
-    return QString();
+    return std::string();
 }
 
-QString LookupFirstIPv4(const QString& name)
+std::string LookupFirstIPv4(const std::wstring& name)
 {
-    const QHostInfo info = QHostInfo::fromName(name);
+    const QHostInfo info = QHostInfo::fromName(QString::fromStdWString(name));
     if (info.error() != QHostInfo::NoError)
-        return QString();
+        return std::string();
     for (const QHostAddress& address : info.addresses())
         if (address.protocol() == QAbstractSocket::IPv4Protocol)
-            return address.toString();
-    return QString();
+            return address.toString().toStdString();
+    return std::string();
 }

@@ -1,27 +1,27 @@
 #pragma once
 
-#include <QMap>
-#include <QString>
+#include <map>
+#include <string>
 
 // Printer tools and printer state, per platform. Windows runs the rundll32
 // printer tools and asks the spooler; elsewhere CUPS is asked and its web
-// interface shown.
+// interface shown. The tools answer whether they could be started.
 namespace PrinterTools
 {
-void showProperties(const QString& printerName); // Command4
-void showQueue(const QString& printerName);      // Command8
-void showPrinterList();                          // Command7
-void openFolder(const QString& folder);          // Command6
+bool showProperties(const std::wstring& printerName); // Command4
+bool showQueue(const std::wstring& printerName);      // Command8
+bool showPrinterList();                               // Command7
+bool openFolder(const std::wstring& folder);          // Command6
 
 // What each tool opens here: a command line on Windows, a URL elsewhere.
-QString propertiesTarget(const QString& printerName);
-QString queueTarget(const QString& printerName);
-QString printerListTarget();
+std::wstring propertiesTarget(const std::wstring& printerName);
+std::wstring queueTarget(const std::wstring& printerName);
+std::wstring printerListTarget();
 
 // Off-line state of every printer the system reports: name -> true when
 // off-line (Windows: work off-line; CUPS: stopped or not accepting jobs).
 // Empty when the system cannot be asked.
-QMap<QString, bool> offlineStates();
+std::map<std::wstring, bool> offlineStates();
 // False when the queue is known to refuse new jobs (its jobs would be lost).
-bool acceptsJobs(const QString& printerName);
+bool acceptsJobs(const std::wstring& printerName);
 } // namespace PrinterTools

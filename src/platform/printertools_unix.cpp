@@ -29,11 +29,13 @@ QString printerPage(const QString& printerName)
            QString::fromLatin1(QUrl::toPercentEncoding(printerName));
 }
 
-void open(const QString& target)
+bool open(const std::wstring& target)
 {
-    const QUrl url = QUrl::fromUserInput(target);
-    if (!QDesktopServices::openUrl(url))
-        Log::line(QStringLiteral("Cannot open %1").arg(url.toDisplayString()));
+    const QUrl url = QUrl::fromUserInput(QString::fromStdWString(target));
+    if (QDesktopServices::openUrl(url))
+        return true;
+    Log::line(QStringLiteral("Cannot open %1").arg(url.toDisplayString()));
+    return false;
 }
 
 bool isFalse(const char* value)
@@ -44,45 +46,48 @@ bool isFalse(const char* value)
 
 namespace PrinterTools
 {
-QString propertiesTarget(const QString& printerName)
+std::wstring propertiesTarget(const std::wstring& printerName)
 {
-    return printerPage(printerName);
+    return printerPage(QString::fromStdWString(printerName)).toStdWString();
 }
 
-QString queueTarget(const QString& printerName)
+std::wstring queueTarget(const std::wstring& printerName)
 {
-    return printerPage(printerName) + QStringLiteral("?which_jobs=all");
+    return propertiesTarget(printerName) + L"?which_jobs=all";
 }
 
-QString printerListTarget()
+std::wstring printerListTarget()
 {
-    return webBase() + QStringLiteral("/printers/");
+    return (webBase() + QStringLiteral("/printers/")).toStdWString();
 }
 
-void showProperties(const QString& printerName)
+bool showProperties(const std::wstring& printerName)
 {
-    open(propertiesTarget(printerName));
+    return open(propertiesTarget(printerName));
 }
 
-void showQueue(const QString& printerName)
+bool showQueue(const std::wstring& printerName)
 {
-    open(queueTarget(printerName));
+    return open(queueTarget(printerName));
 }
 
-void showPrinterList()
+bool showPrinterList()
 {
-    open(printerListTarget());
+    return open(printerListTarget());
 }
 
-void openFolder(const QString& folder)
+bool openFolder(const std::wstring& folder)
 {
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(folder)))
-        Log::line(QStringLiteral("Cannot open the folder %1").arg(folder));
+    const QString path = QString::fromStdWString(folder);
+    if (QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
+        return true;
+    Log::line(QStringLiteral("Cannot open the folder %1").arg(path));
+    return false;
 }
 
-QMap<QString, bool> offlineStates()
+std::map<std::wstring, bool> offlineStates()
 {
-    QMap<QString, bool> states;
+    std::map<std::wstring, bool> states;
     cups_dest_t* dests = nullptr;
     const int count = cupsGetDests2(CUPS_HTTP_DEFAULT, &dests);
     for (int i = 0; i < count; ++i) {
@@ -93,16 +98,16 @@ QMap<QString, bool> offlineStates()
         const char* accepting =
             cupsGetOption("printer-is-accepting-jobs", d.num_options, d.options);
         const bool stopped = state && std::atoi(state) == IPP_PSTATE_STOPPED;
-        states.insert(QString::fromUtf8(d.name), stopped || isFalse(accepting));
+        states[QString::fromUtf8(d.name).toStdWString()] = stopped || isFalse(accepting);
     }
     cupsFreeDests(count, dests);
     return states;
 }
 
-bool acceptsJobs(const QString& printerName)
+bool acceptsJobs(const std::wstring& printerName)
 {
-    cups_dest_t* dest =
-        cupsGetNamedDest(CUPS_HTTP_DEFAULT, printerName.toUtf8().constData(), nullptr);
+    const QByteArray name = QString::fromStdWString(printerName).toUtf8();
+    cups_dest_t* dest = cupsGetNamedDest(CUPS_HTTP_DEFAULT, name.constData(), nullptr);
     if (!dest)
         return true; // unknown here: not known to refuse
     const bool refuses =

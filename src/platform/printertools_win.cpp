@@ -2,9 +2,6 @@
 // the shell for folders, the spooler for the work-off-line flag.
 #include "platform/printertools.h"
 
-#include "convert/printers.h"
-
-#include <string>
 #include <vector>
 
 // windows.h first: the others build on it.
@@ -15,69 +12,65 @@
 
 namespace
 {
-std::wstring wide(const QString& text)
-{
-    return std::wstring(reinterpret_cast<const wchar_t*>(text.utf16()), size_t(text.size()));
-}
-
 // Started minimised with focus, without waiting, as the shell would.
-void run(const QString& commandLine)
+bool run(std::wstring line)
 {
-    std::wstring line = wide(commandLine);
     STARTUPINFOW si{};
     si.cb = sizeof si;
     si.dwFlags = STARTF_USESHOWWINDOW;
     si.wShowWindow = SW_SHOWMINIMIZED;
     PROCESS_INFORMATION pi{};
-    if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si,
-                       &pi)) {
-        CloseHandle(pi.hThread);
-        CloseHandle(pi.hProcess);
-    }
+    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si,
+                        &pi))
+        return false;
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    return true;
 }
 } // namespace
 
 namespace PrinterTools
 {
-QString propertiesTarget(const QString& printerName)
+std::wstring propertiesTarget(const std::wstring& printerName)
 {
-    return PrinterCommands::properties(printerName);
+    return L"rundll32.exe printui.dll,PrintUIEntry /p /n \"" + printerName + L"\"";
 }
 
-QString queueTarget(const QString& printerName)
+std::wstring queueTarget(const std::wstring& printerName)
 {
-    return PrinterCommands::queue(printerName);
+    return L"rundll32.exe printui.dll,PrintUIEntry /o /n \"" + printerName + L"\"";
 }
 
-QString printerListTarget()
+std::wstring printerListTarget()
 {
-    return PrinterCommands::printersFolder();
+    return L"rundll32.exe shell32.dll,SHHelpShortcuts_RunDLL PrintersFolder";
 }
 
-void showProperties(const QString& printerName)
+bool showProperties(const std::wstring& printerName)
 {
-    run(propertiesTarget(printerName));
+    return run(propertiesTarget(printerName));
 }
 
-void showQueue(const QString& printerName)
+bool showQueue(const std::wstring& printerName)
 {
-    run(queueTarget(printerName));
+    return run(queueTarget(printerName));
 }
 
-void showPrinterList()
+bool showPrinterList()
 {
-    run(printerListTarget());
+    return run(printerListTarget());
 }
 
-void openFolder(const QString& folder)
+bool openFolder(const std::wstring& folder)
 {
-    const std::wstring path = wide(folder);
-    ShellExecuteW(nullptr, nullptr, path.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
+    // Above 32: started.
+    return INT_PTR(ShellExecuteW(nullptr, nullptr, folder.c_str(), nullptr, nullptr,
+                                 SW_SHOWNORMAL)) > 32;
 }
 
-QMap<QString, bool> offlineStates()
+std::map<std::wstring, bool> offlineStates()
 {
-    QMap<QString, bool> states;
+    std::map<std::wstring, bool> states;
     const DWORD flags = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
     DWORD needed = 0, returned = 0;
     EnumPrintersW(flags, nullptr, 2, nullptr, 0, &needed, &returned);
@@ -88,12 +81,11 @@ QMap<QString, bool> offlineStates()
         return states;
     const auto* info = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
     for (DWORD i = 0; i < returned; ++i)
-        states.insert(QString::fromWCharArray(info[i].pPrinterName),
-                      (info[i].Attributes & PRINTER_ATTRIBUTE_WORK_OFFLINE) != 0);
+        states[info[i].pPrinterName] = (info[i].Attributes & PRINTER_ATTRIBUTE_WORK_OFFLINE) != 0;
     return states;
 }
 
-bool acceptsJobs(const QString&)
+bool acceptsJobs(const std::wstring&)
 {
     return true; // the spooler keeps jobs of a paused or off-line printer
 }

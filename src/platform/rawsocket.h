@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QString>
+#include <cstdint>
 
-#ifdef Q_OS_WIN
+#ifdef _WIN32
 #include <winsock2.h>
 #else
 #include <sys/socket.h>
@@ -12,13 +12,12 @@
 // so that received bytes go straight into the job buffer.
 namespace rawsocket
 {
-constexpr qint64 WouldBlock = -1;
-constexpr qint64 Failed = -2;
+constexpr std::int64_t WouldBlock = -1;
+constexpr std::int64_t Failed = -2;
 // > 0: bytes received; 0: the peer closed; WouldBlock; Failed.
-qint64 receive(qintptr fd, char* into, qint64 max);
-void setNonBlocking(qintptr fd);
-void setReceiveBuffer(qintptr fd, int bytes);
-bool peerName(qintptr fd, sockaddr_storage& address);
-QString peerAddress(qintptr fd); // IPv4 peers as a.b.c.d, also behind a dual-stack listener
-void close(qintptr fd);
+std::int64_t receive(std::intptr_t fd, char* into, std::int64_t max);
+void setNonBlocking(std::intptr_t fd);
+void setReceiveBuffer(std::intptr_t fd, int bytes);
+bool peerName(std::intptr_t fd, sockaddr_storage& address);
+void close(std::intptr_t fd);
 } // namespace rawsocket

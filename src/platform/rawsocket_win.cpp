@@ -3,7 +3,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
-qint64 rawsocket::receive(qintptr fd, char* into, qint64 max)
+std::int64_t rawsocket::receive(std::intptr_t fd, char* into, std::int64_t max)
 {
     const int n = ::recv(SOCKET(fd), into, int(max > 0x7fffffff ? 0x7fffffff : max), 0);
     if (n >= 0)
@@ -11,25 +11,25 @@ qint64 rawsocket::receive(qintptr fd, char* into, qint64 max)
     return WSAGetLastError() == WSAEWOULDBLOCK ? WouldBlock : Failed;
 }
 
-void rawsocket::setNonBlocking(qintptr fd)
+void rawsocket::setNonBlocking(std::intptr_t fd)
 {
     u_long on = 1;
     ::ioctlsocket(SOCKET(fd), FIONBIO, &on);
 }
 
-void rawsocket::setReceiveBuffer(qintptr fd, int bytes)
+void rawsocket::setReceiveBuffer(std::intptr_t fd, int bytes)
 {
     ::setsockopt(SOCKET(fd), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&bytes),
                  sizeof bytes);
 }
 
-bool rawsocket::peerName(qintptr fd, sockaddr_storage& address)
+bool rawsocket::peerName(std::intptr_t fd, sockaddr_storage& address)
 {
     int len = sizeof address;
     return ::getpeername(SOCKET(fd), reinterpret_cast<sockaddr*>(&address), &len) == 0;
 }
 
-void rawsocket::close(qintptr fd)
+void rawsocket::close(std::intptr_t fd)
 {
     ::closesocket(SOCKET(fd));
 }

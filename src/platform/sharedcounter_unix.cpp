@@ -17,13 +17,14 @@ struct SharedSection::Impl {
 
 namespace
 {
-key_t keyFor(const QString& name)
+key_t keyFor(const std::string& name)
 {
-    const QByteArray text = name.toUtf8() + ':' + QByteArray::number(uint(getuid())) + ':' +
+    const QByteArray text = QByteArray::fromStdString(name) + ':' +
+                            QByteArray::number(uint(getuid())) + ':' +
                             qgetenv("QUORVEL_SHM_NAMESPACE");
-    quint32 hash = 2166136261u; // FNV-1a
+    std::uint32_t hash = 2166136261u; // FNV-1a
     for (char c : text) {
-        hash ^= quint8(c);
+        hash ^= std::uint8_t(c);
         hash *= 16777619u;
     }
     hash &= 0x7fffffff;
@@ -70,7 +71,7 @@ std::unique_ptr<SharedSection::Impl> attachSegment(int id, int flags)
 }
 } // namespace
 
-std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
+std::unique_ptr<SharedSection> SharedSection::openExisting(const std::string& name)
 {
     const int id = shmget(keyFor(name), 0, 0);
     if (id < 0 || removeIfOrphaned(id))
@@ -79,21 +80,21 @@ std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
     return impl ? std::unique_ptr<SharedSection>(new SharedSection(std::move(impl))) : nullptr;
 }
 
-std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
+std::unique_ptr<SharedSection> SharedSection::create(const std::string& name)
 {
     const key_t key = keyFor(name);
     int id = shmget(key, 0, 0);
     if (id >= 0 && removeIfOrphaned(id))
         id = -1;
     if (id < 0)
-        id = shmget(key, sizeof(qint32), IPC_CREAT | 0600);
+        id = shmget(key, sizeof(std::int32_t), IPC_CREAT | 0600);
     if (id < 0)
         return nullptr;
     auto impl = attachSegment(id, 0);
     return impl ? std::unique_ptr<SharedSection>(new SharedSection(std::move(impl))) : nullptr;
 }
 
-bool SharedSection::read(qint32& value) const
+bool SharedSection::read(std::int32_t& value) const
 {
     if (!d->address)
         return false;
@@ -101,7 +102,7 @@ bool SharedSection::read(qint32& value) const
     return true;
 }
 
-bool SharedSection::write(qint32 value)
+bool SharedSection::write(std::int32_t value)
 {
     if (!d->address)
         return false;

@@ -2,7 +2,6 @@
 #include "platform/sharedcounter.h"
 
 #include <cstring>
-#include <vector>
 #include <windows.h>
 
 struct SharedSection::Impl {
@@ -18,10 +17,9 @@ SharedSection::~SharedSection()
         CloseHandle(d->handle);
 }
 
-std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
+std::unique_ptr<SharedSection> SharedSection::openExisting(const std::string& name)
 {
-    const QByteArray ansi = name.toLocal8Bit();
-    HANDLE h = OpenFileMappingA(FILE_MAP_READ, FALSE, ansi.constData());
+    HANDLE h = OpenFileMappingA(FILE_MAP_READ, FALSE, name.c_str());
     if (!h)
         return nullptr;
     auto impl = std::make_unique<Impl>();
@@ -30,11 +28,10 @@ std::unique_ptr<SharedSection> SharedSection::openExisting(const QString& name)
     return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
 }
 
-std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
+std::unique_ptr<SharedSection> SharedSection::create(const std::string& name)
 {
-    const QByteArray ansi = name.toLocal8Bit();
-    HANDLE h = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(qint32),
-                                  ansi.constData());
+    HANDLE h = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                  sizeof(std::int32_t), name.c_str());
     if (!h)
         return nullptr;
     auto impl = std::make_unique<Impl>();
@@ -43,7 +40,7 @@ std::unique_ptr<SharedSection> SharedSection::create(const QString& name)
     return std::unique_ptr<SharedSection>(new SharedSection(std::move(impl)));
 }
 
-bool SharedSection::read(qint32& value) const
+bool SharedSection::read(std::int32_t& value) const
 {
     void* view = MapViewOfFile(d->handle, FILE_MAP_READ, 0, 0, 0);
     if (!view)
@@ -53,7 +50,7 @@ bool SharedSection::read(qint32& value) const
     return true;
 }
 
-bool SharedSection::write(qint32 value)
+bool SharedSection::write(std::int32_t value)
 {
     if (d->access != FILE_MAP_WRITE)
         return false;

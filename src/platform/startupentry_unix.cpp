@@ -1,7 +1,5 @@
 #include "platform/startupentry.h"
 
-#include "common/msgbox.h"
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -53,30 +51,34 @@ QString errorText(int error)
 }
 } // namespace
 
-QString RunEntryLocation(const QString& exeName)
+std::wstring RunEntryLocation(const std::wstring& exeName)
 {
-    return autostartFolder() + u'/' + exeName + QStringLiteral(".desktop");
+    return (autostartFolder() + u'/' + QString::fromStdWString(exeName) +
+            QStringLiteral(".desktop"))
+        .toStdWString();
 }
 
-bool RunEntryExists(const QString& exeName)
+bool RunEntryExists(const std::wstring& exeName)
 {
-    QFile file(RunEntryLocation(exeName));
+    QFile file(QString::fromStdWString(RunEntryLocation(exeName)));
     return file.open(QIODevice::ReadOnly);
 }
 
-void RunEntrySet(const QString& exeName, const QString& programFolder, bool enable)
+std::wstring RunEntrySet(const std::wstring& exe, const std::wstring& folder, bool enable)
 {
-    const QString path = RunEntryLocation(exeName);
+    const QString path = QString::fromStdWString(RunEntryLocation(exe));
+    const QString exeName = QString::fromStdWString(exe),
+                  programFolder = QString::fromStdWString(folder);
     if (!enable) {
         QFile::remove(path);
-        return;
+        return std::wstring();
     }
     errno = 0;
     if (!QDir().mkpath(autostartFolder())) {
         const int error = errno;
-        MsgBox(QStringLiteral("Error ") + QString::number(error) + QStringLiteral(" opening key") +
-               u'\n' + errorText(error));
-        return;
+        return (QStringLiteral("Error ") + QString::number(error) + QStringLiteral(" opening key") +
+                u'\n' + errorText(error))
+            .toStdWString();
     }
     const QString program = QDir(programFolder).filePath(exeName);
     const QByteArray text = QStringLiteral("[Desktop Entry]\n"
@@ -92,15 +94,18 @@ void RunEntrySet(const QString& exeName, const QString& programFolder, bool enab
     bool ok = file.open(QIODevice::WriteOnly);
     ok = ok && file.write(text) == text.size();
     ok = ok && file.commit();
-    if (!ok) {
-        const int error = errno ? errno : EIO;
-        MsgBox(QStringLiteral("Error ") + QString::number(error) + QStringLiteral(" setting key") +
-               u'\n' + file.errorString());
-    }
+    if (ok)
+        return std::wstring();
+    const int error = errno ? errno : EIO;
+    return (QStringLiteral("Error ") + QString::number(error) + QStringLiteral(" setting key") +
+            u'\n' + file.errorString())
+        .toStdWString();
 }
 
-void SetRunOnStart(const QString& exeName, const QString& programFolder)
+void SetRunOnStart(const std::wstring& exe, const std::wstring& folder)
 {
+    const QString exeName = QString::fromStdWString(exe),
+                  programFolder = QString::fromStdWString(folder);
     // The system-wide autostart folder, as the machine-wide Run key.
     QFile file(QStringLiteral("/etc/xdg/autostart/") + exeName + QStringLiteral(".desktop"));
     if (!file.open(QIODevice::WriteOnly))

@@ -302,7 +302,7 @@ void frmMain::Form_Load()
     loadCloudDestination();
     Paths::ensureJobFolder();
     m_FileName = jobBaseName();
-    m_GsPath = ghostscriptProgram();
+    m_GsPath = QString::fromStdWString(ghostscriptProgram(Paths::programFolder().toStdWString()));
     DoChangeOption();
     // Start-up sets the box without writing the entry back.
     m_Loading = true;

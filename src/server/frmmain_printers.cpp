@@ -195,7 +195,10 @@ void frmMain::List2_KeyUp()
 void frmMain::Timer1_Timer()
 {
     Timer1->stop();
-    markPrinterStates(PrinterTools::offlineStates());
+    QMap<QString, bool> states;
+    for (const auto& [name, offline] : PrinterTools::offlineStates())
+        states.insert(QString::fromStdWString(name), offline);
+    markPrinterStates(states);
 }
 
 void frmMain::markPrinterStates(const QMap<QString, bool>& states)
@@ -231,12 +234,12 @@ void frmMain::Command3_Click()
 
 void frmMain::Command4_Click()
 {
-    PrinterTools::showProperties(List2Text());
+    PrinterTools::showProperties(List2Text().toStdWString());
 }
 
 void frmMain::Command8_Click()
 {
-    PrinterTools::showQueue(List2Text());
+    PrinterTools::showQueue(List2Text().toStdWString());
 }
 
 void frmMain::Command7_Click()
@@ -248,5 +251,5 @@ void frmMain::Command6_Click()
 {
     const QString folder = pathOfFile(TxtPath->text());
     if (!folder.trimmed().isEmpty())
-        PrinterTools::openFolder(folder);
+        PrinterTools::openFolder(folder.toStdWString());
 }

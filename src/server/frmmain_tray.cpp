@@ -119,12 +119,16 @@ void frmMain::ctlSysTrayBalloon1_PgmError(const QString& Source, int Code,
 
 bool frmMain::startupEntryExists()
 {
-    return RunEntryExists(executableName());
+    return RunEntryExists(executableName().toStdWString());
 }
 
 void frmMain::ChkRun_Click()
 {
     if (m_Loading)
         return;
-    RunEntrySet(executableName(), QCoreApplication::applicationDirPath(), ChkRun->isChecked());
+    const std::wstring failure =
+        RunEntrySet(executableName().toStdWString(),
+                    QCoreApplication::applicationDirPath().toStdWString(), ChkRun->isChecked());
+    if (!failure.empty())
+        MsgBox(QString::fromStdWString(failure));
 }

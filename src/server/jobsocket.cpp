@@ -3,15 +3,29 @@
 #include "platform/rawsocket.h"
 #include "server/jobbuffer.h"
 
+#include <QHostAddress>
+
 namespace
 {
+// IPv4 peers as a.b.c.d, also behind a dual-stack listener.
+QString peerAddress(qintptr fd)
+{
+    sockaddr_storage ss{};
+    if (!rawsocket::peerName(fd, ss))
+        return QString();
+    const QHostAddress a(reinterpret_cast<const sockaddr*>(&ss));
+    bool isV4 = false;
+    const quint32 v4 = a.toIPv4Address(&isV4);
+    return isV4 ? QHostAddress(v4).toString() : a.toString();
+}
+
 constexpr qint64 kReadChunk = 1 << 20;
 // A large receive window lets a big job flow without stalling the sender.
 constexpr int kReceiveBufferBytes = 4 * 1024 * 1024;
 } // namespace
 
 JobSocket::JobSocket(qintptr descriptor, QObject* parent)
-    : QObject(parent), m_fd(descriptor), m_remoteHostIP(rawsocket::peerAddress(descriptor)),
+    : QObject(parent), m_fd(descriptor), m_remoteHostIP(peerAddress(descriptor)),
       m_notifier(descriptor, QSocketNotifier::Read)
 {
     m_notifier.setEnabled(false);

@@ -2,8 +2,8 @@
 
 #include "common/doevents.h"
 #include "common/runtimeerror.h"
-#include "platform/nativesystrayshell.h"
 #include "platform/sharedcounter.h"
+#include "tray/nativetrayshell.h"
 #include "tray/qtsystrayshell.h"
 
 #include <QDebug>
@@ -31,6 +31,11 @@ TrayIconRef iconOf(QLabel* label)
     if (!pixmap.isNull())
         ref.icon = QIcon(pixmap);
     return ref;
+}
+
+std::string section8Bit(const QString& name)
+{
+    return name.toLocal8Bit().toStdString();
 }
 } // namespace
 
@@ -99,7 +104,7 @@ qint32 ctlSysTrayBalloon::SingletonIncrement(const QString& name)
                           QStringLiteral("Utilisation incorrecte de la fonction"));
             return 0;
         }
-        if (auto opened = SharedSection::openExisting(name)) {
+        if (auto opened = SharedSection::openExisting(section8Bit(name))) {
             qint32 count = 0;
             if (!opened->read(count)) {
                 qDebug() << "Erreur lors du MapViewOfFile";
@@ -107,7 +112,7 @@ qint32 ctlSysTrayBalloon::SingletonIncrement(const QString& name)
             }
             count += 1;
             opened.reset();
-            auto section = SharedSection::create(name);
+            auto section = SharedSection::create(section8Bit(name));
             if (!section) {
                 qDebug() << "Erreur lors du CreateFileMapping";
                 return 0;
@@ -116,7 +121,7 @@ qint32 ctlSysTrayBalloon::SingletonIncrement(const QString& name)
             SharedSection::keepOpen(std::move(section));
             return written ? count : 0;
         }
-        auto section = SharedSection::create(name);
+        auto section = SharedSection::create(section8Bit(name));
         if (!section) {
             qDebug() << "Erreur lors du CreateFileMapping";
             return 0;
@@ -136,7 +141,7 @@ qint32 ctlSysTrayBalloon::SingletonDecrement(const QString& name)
                           QStringLiteral("Utilisation incorrecte de la fonction"));
             return 0;
         }
-        auto opened = SharedSection::openExisting(name);
+        auto opened = SharedSection::openExisting(section8Bit(name));
         if (!opened) {
             qDebug() << "Le mapping est déjà fermé, vérifiez vos appels à SingletonIncrement et "
                         "SingletonDecrement";
@@ -147,7 +152,7 @@ qint32 ctlSysTrayBalloon::SingletonDecrement(const QString& name)
             return 0;
         count -= 1;
         opened.reset();
-        auto section = SharedSection::create(name);
+        auto section = SharedSection::create(section8Bit(name));
         if (!section)
             return 0;
         section->write(count);

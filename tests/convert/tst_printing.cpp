@@ -231,13 +231,14 @@ private slots:
         const QString printers = "http://localhost:" + m_cups.value("CUPS_PORT") + "/printers/";
         QNetworkAccessManager net;
         // Each page exists on the scheduler and names the queue.
+        const std::wstring pdf = m_pdf.toStdWString();
         for (auto [target, expected] :
-             {std::pair{PrinterTools::propertiesTarget(m_pdf), printers + m_pdf},
-              {PrinterTools::queueTarget(m_pdf), printers + m_pdf + "?which_jobs=all"},
+             {std::pair{PrinterTools::propertiesTarget(pdf), printers + m_pdf},
+              {PrinterTools::queueTarget(pdf), printers + m_pdf + "?which_jobs=all"},
               {PrinterTools::printerListTarget(), printers}}) {
-            QCOMPARE(target, expected);
-            std::unique_ptr<QNetworkReply> reply(
-                net.get(QNetworkRequest(QUrl(target.replace("localhost", "127.0.0.1")))));
+            QCOMPARE(QString::fromStdWString(target), expected);
+            std::unique_ptr<QNetworkReply> reply(net.get(QNetworkRequest(
+                QUrl(QString::fromStdWString(target).replace("localhost", "127.0.0.1")))));
             QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 10000);
             QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
             QVERIFY(reply->readAll().contains(m_pdf.toUtf8()));

@@ -224,7 +224,8 @@ private slots:
         form->cmdAlternanceIcone1->click();
         QCOMPARE(r.hIcon.handle, handle(m_std));
 
-        QFile entry(RunEntryLocation(QFileInfo(qApp->applicationFilePath()).completeBaseName()));
+        QFile entry(QString::fromStdWString(RunEntryLocation(
+            QFileInfo(qApp->applicationFilePath()).completeBaseName().toStdWString())));
         QVERIFY(!form->ChkRun->isChecked());
         form->ChkRun->click(); // ticking writes this program's entry
         QVERIFY(entry.open(QIODevice::ReadWrite));
