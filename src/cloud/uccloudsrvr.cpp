@@ -231,6 +231,8 @@ bool UcCloudSrvr::CheckEntry(const DirEntry& Entry, int EntryNumber)
 {
     Q_UNUSED(EntryNumber);
     const QString name = DavDecodedName(Entry.name);
+    if (name.isEmpty()) // outside the share
+        return false;
     if (Entry.isCollection) {
         if (m_stage == kRoot || m_stage == kClient)
             return name == UserKey();
