@@ -123,6 +123,10 @@ public:
     // Text of the user message that PutFileText shows.
     static QString UploadMessage();
 
+    // A larger reply is not read and fails its call: a downloaded job (GET), any other reply.
+    static constexpr qint64 kMaxFileBytes = qint64(1) << 30;
+    static constexpr qint64 kMaxReplyBytes = qint64(64) << 20;
+
 signals:
     // Once per request; response properties are valid only while it runs.
     void Complete(int Request);
@@ -133,6 +137,7 @@ private:
     void send(QNetworkRequest& request, const QByteArray& verb, const QByteArray& body = {},
               bool hasBody = false);
     void dropReply();
+    bool refuseLarge(QNetworkReply* reply);
     void sendFailed(int number, const QString& description);
     void sendTransfer(const QByteArray& method, const QString& fromName, const QString& toName,
                       bool overWrite, const QByteArray& depth);
