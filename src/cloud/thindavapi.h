@@ -123,7 +123,8 @@ public:
     // Text of the user message that PutFileText shows.
     static QString UploadMessage();
 
-    // A larger reply is not read and fails its call: a downloaded job (GET), any other reply.
+    // A larger reply is not read: its call completes with Status -1 and the reason. A fetched
+    // job (GET) may be larger than any other reply.
     static constexpr qint64 kMaxFileBytes = qint64(1) << 30;
     static constexpr qint64 kMaxReplyBytes = qint64(64) << 20;
 
