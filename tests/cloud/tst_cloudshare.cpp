@@ -11,6 +11,7 @@
 #include <QSslKey>
 #include <QSslServer>
 #include <QTimer>
+#include <unistd.h>
 
 using Call = std::function<void(ThinDavApi&, const QString&)>; // a request in a folder
 Q_DECLARE_METATYPE(Call)
@@ -44,9 +45,11 @@ QString answering(QObject* owner, QByteArrayList answers, int delay = 0)
     QObject::connect(server, &QTcpServer::newConnection, server, [=]() mutable {
         QTcpSocket* s = server->nextPendingConnection();
         QByteArray answer = "HTTP/1.1 " + answers.takeFirst();
-        if (const QByteArray xml = readFile(CLOUD_TEST_DATA "/" + answer.mid(10)); answer[9] == '@')
+        if (answer.startsWith("HTTP/1.1 @")) {
+            const QByteArray xml = readFile(CLOUD_TEST_DATA "/" + answer.mid(10));
             answer = "HTTP/1.1 207 M\r\nContent-Length: " + QByteArray::number(xml.size()) +
                      "\r\n\r\n" + xml;
+        }
         if (answers.isEmpty())
             server->close();
         QObject::connect(s, &QTcpSocket::readyRead, s, [=, in = QByteArray()]() mutable {
@@ -188,9 +191,9 @@ private slots:
         QCOMPARE(api.steps.last(), QStringLiteral("PutFileBytes 2xx"));
         const QString locked = root + u'/' + own + "/srv1/locked.ps"; // the share's server: 403
         QVERIFY(writeFile(locked, "x") && QFile::setPermissions(locked, {}));
-        for (int i = 0; i < 20000; ++i) // a listing of over 10 MB
-            QVERIFY(writeFile(root + u'/' + own + "/big/" + QString(230, u'j') + QString::number(i),
-                              {}));
+        const QByteArray big = QFile::encodeName(root + u'/' + own + "/big/" + QString(230, u'j'));
+        for (int i = 0; i < 20000; ++i) // a listing of over 10 MB, of links (quicker to make)
+            QVERIFY(::link(QFile::encodeName(locked), big + QByteArray::number(i)) == 0);
         DAV(api, GetDir(own + "/big", true));
         QVERIFY(api.last().xml.size() > 10 << 20);
     }
@@ -201,7 +204,6 @@ private slots:
                                  "CloudPrint/" + owner + "-client"})
             settle(&api, 1, [&] { api.Delete(p); });
         setMsgRecorder({});
-        Log::setSink({});
     }
     void init() { seen.clear(), logged.clear(); }
 
@@ -448,12 +450,11 @@ private slots:
         // Answers late: an armed timer aborts the request; the answer is left unread.
         row("answer after the timeout", "slow", "%u", "server srv1", 1, {},
             "Requesting PROPFIND|Aborted due to timeout||", {"@apache-alice-depth1.xml"});
-        // "empty" is a user there; then nothing answers.
+        // "empty" is a user there; then nothing answers (a failed listing keeps the last folder).
         row("gone in the middle", "answers", "empty", "server srv1", 3,
             {"User Id Found...empty", "ValidateUser:true"},
-            "Requesting MKCOL|1 Connection refused|"
-            "Failed|The server collection CloudPrint\\srv1 could not be made: jobs for it "
-            "will fail.||",
+            "Requesting MKCOL|1 Connection refused|Failed|The server collection CloudPrint\\srv1 "
+            "could not be made: jobs for it will fail.||",
             {"@apache-alice-depth1.xml"});
         row("self-signed certificate", "tls", "%u", "server srv1", 1, notFound,
             "Requesting PROPFIND|6 Refused: the share's certificate is not trusted here (SSL "
@@ -521,8 +522,8 @@ private slots:
         else if (where == "tls") {
             const QByteArray pem = readFile(CLOUD_TEST_DATA "/selfsigned.pem");
             QSslConfiguration config;
-            config.setLocalCertificate(QSslCertificate(pem)),
-                config.setPrivateKey(QSslKey(pem, QSsl::Ec));
+            config.setLocalCertificate(QSslCertificate(pem));
+            config.setPrivateKey(QSslKey(pem, QSsl::Ec));
             tls.setSslConfiguration(config);
             QVERIFY(tls.listen(QHostAddress::LocalHost, 0));
             uc.Dav()->setBaseUrl(davUrl(tls.serverPort()).replace("http:", "https:"));
@@ -556,8 +557,7 @@ private slots:
         log.replace("%u", owner).replace("%b", uc.Dav()->BaseUrl());
         QVERIFY2(uc.log().endsWith(log), qPrintable(uc.log().right(80)));
         if (uc.Dav()->Status() >= 100 && uc.idle()) // logged with the server's own reason
-            QVERIFY(
-                uc.txtLog->text().contains(QString::number(uc.Dav()->Status()) + u' ' + reason));
+            QVERIFY(logged.contains(QString::number(uc.Dav()->Status()) + u' ' + reason));
         QCOMPARE(uc.idle(), !log.endsWith("Requesting PUT|"));
         // A server made is on the share, asked for with "\" between user and server.
         if (log.endsWith("MKCOL|2xx|")) {
