@@ -116,6 +116,11 @@ ThinDavApi::~ThinDavApi()
     dropReply();
 }
 
+qint64 ThinDavApi::ReceivedBytes() const
+{
+    return m_reply ? m_reply->bytesAvailable() : 0;
+}
+
 void ThinDavApi::setBaseUrl(const QString& url)
 {
     m_baseUrl = url.endsWith(u'/') ? url : url + u'/';

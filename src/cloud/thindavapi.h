@@ -82,6 +82,8 @@ public:
     // The request's state now: 0 none or aborted, 1 sent, 2 headers
     // received, 3 receiving the body, 4 done.
     int ReadyState() const { return m_readyState; }
+    // Body bytes of the pending request received so far.
+    qint64 ReceivedBytes() const;
     int Request() const { return m_request; }
     const DavCollection& RespHeaders() const { return m_respHeaders; }
     int Status() const { return m_status; }

@@ -142,6 +142,7 @@ void UcCloudSrvr::Busy()
 {
     setCursor(Qt::WaitCursor);
     setEnabled(false);
+    m_receivedAtTick = -1;
     setTimerEnabled(true);
 }
 
@@ -380,7 +381,14 @@ void UcCloudSrvr::DownloadStep()
 
 void UcCloudSrvr::tmrTimeout_Timer()
 {
+    // A body still arriving runs on; one that stopped arriving since the last tick would
+    // otherwise hang the control for good once the timer is off.
+    const int state = DAV ? DAV->ReadyState() : 4;
+    if (state == 3 && DAV->ReceivedBytes() != m_receivedAtTick) {
+        m_receivedAtTick = DAV->ReceivedBytes();
+        return;
+    }
     setTimerEnabled(false);
-    if (DAV && DAV->ReadyState() < 3)
+    if (state <= 3)
         DAV->AbortRequest();
 }

@@ -36,8 +36,8 @@ QString davUrl(quint16 port = freePort())
     return QStringLiteral("http://127.0.0.1:%1/dav/").arg(port);
 }
 
-// A server that gives the requests (one per connection) the answers in turn, each after delay
-// ms, and goes away after the last; "@name": a 207 with the data file's listing.
+// A server giving the requests (one per connection) the answers in turn, each after delay ms
+// (below 0: at once, staying connected), then gone; "@name": a 207 of that data file.
 QString answering(QObject* owner, QByteArrayList answers, int delay = 0)
 {
     auto* server = new QTcpServer(owner);
@@ -55,8 +55,11 @@ QString answering(QObject* owner, QByteArrayList answers, int delay = 0)
         QObject::connect(s, &QTcpSocket::readyRead, s, [=, in = QByteArray()]() mutable {
             in += s->readAll(); // with a listing's body: an answer before it resets the line
             if (in.contains("\r\n\r\n") && (!in.startsWith("PROPFIND") || in.endsWith("propfind>")))
-                QTimer::singleShot(delay, s,
-                                   [s, answer] { s->write(answer), s->disconnectFromHost(); });
+                QTimer::singleShot(qMax(delay, 0), s, [=] {
+                    s->write(answer);
+                    if (delay >= 0)
+                        s->disconnectFromHost();
+                });
         });
     });
     return davUrl(server->serverPort());
@@ -416,9 +419,9 @@ private slots:
     // server "srv1" unless it says otherwise: what it shows and raises, and its log's tail.
     void chains_data()
     {
-        // "share", "wrong password", "closed", "tls" (self-signed), "answers" (a raw server's;
-        // "slow":
-        QTest::addColumn<QString>("where"); // each after the control's timeout)
+        // "share", "wrong password", "closed", "tls" (self-signed), or a raw server's "answers"
+        // ("slow": after the control's timeout; "slow, stalls": at once, then nothing more)
+        QTest::addColumn<QString>("where");
         QTest::addColumn<QString>("typed"); // the user id
         QTest::addColumn<QString>("call"); // "server|list ID", "client", "get FILE", "put DIR NAME"
         QTest::addColumn<int>("requests");
@@ -450,6 +453,8 @@ private slots:
         // Answers late: an armed timer aborts the request; the answer is left unread.
         row("answer after the timeout", "slow", "%u", "server srv1", 1, {},
             "Requesting PROPFIND|Aborted due to timeout||", {"@apache-alice-depth1.xml"});
+        row("body stops", "slow, stalls", "%u", "get gone.ps", 1, {},
+            "Requesting GET|Aborted due to timeout||", {"200 OK\r\nContent-Length: 9\r\n\r\nx"});
         // "empty" is a user there; then nothing answers (a failed listing keeps the last folder).
         row("gone in the middle", "answers", "empty", "server srv1", 3,
             {"User Id Found...empty", "ValidateUser:true"},
@@ -528,8 +533,9 @@ private slots:
             QVERIFY(tls.listen(QHostAddress::LocalHost, 0));
             uc.Dav()->setBaseUrl(davUrl(tls.serverPort()).replace("http:", "https:"));
         } else if (!answers.isEmpty()) {
-            uc.Dav()->setBaseUrl(answering(&scope, answers, where == "slow" ? 1000 : 0));
-            uc.tmrTimeout->setInterval(where == "slow" ? 50 : 0);
+            const int delay = where == "slow" ? 1000 : where == "answers" ? 0 : -1;
+            uc.Dav()->setBaseUrl(answering(&scope, answers, delay));
+            uc.tmrTimeout->setInterval(where.startsWith("slow") ? 50 : 0);
         }
         const QStringList words = call.split(u' ');
         if (words[0] == "server" || words[0] == "list")
@@ -546,7 +552,7 @@ private slots:
                 uc.UcUploadToCloudFile("CloudPrint\\" + owner + u'\\' + words[1], words[2], "x");
             // Busy until the share answers; the timer is on, but at interval 0 never ticks.
             QVERIFY(!uc.isEnabled() && uc.cursor().shape() == Qt::WaitCursor && uc.TimerEnabled());
-            QCOMPARE(uc.tmrTimeout->isActive(), where == "slow");
+            QCOMPARE(uc.tmrTimeout->isActive(), where.startsWith("slow"));
         };
         QVERIFY(settle(uc.Dav(), requests, act));
         const QString reason = uc.Dav()->StatusText();
