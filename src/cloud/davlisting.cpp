@@ -227,6 +227,14 @@ void DavListingParser::ApplyHref(const QString& href, DirEntry& entry) const
         full = m_origin + href;
     else
         full = m_origin + u'/' + href;
+    const QString below = full + u'/'; // the base itself may come without its final "/"
+    if (!m_base.isEmpty() && !below.startsWith(m_base, Qt::CaseInsensitive) &&
+        !DavDecodedName(below).startsWith(DavDecodedName(m_base), Qt::CaseInsensitive)) {
+        m_outside.append(href);
+        entry.relativePath.clear();
+        entry.name.clear();
+        return;
+    }
     QString path = full.mid(m_baseLength);
     if (path.endsWith(u'/'))
         path.chop(1);
@@ -359,6 +367,7 @@ bool DavListingParser::Parse(const QByteArray& data, float localBias, Reader rea
 {
     m_entries.clear();
     m_error.clear();
+    m_outside.clear();
     if (reader == Reader::Fast && DavXmlReader::IsUtf8(data)) {
         DavXmlReader xml(data);
         return walkListing(xml, *this, m_dates, localBias, m_entries, m_error);

@@ -84,12 +84,19 @@ public:
     // Fields 2 and 1 from an href.
     void ApplyHref(const QString& href, DirEntry& entry) const;
 
+    // Once set, an href outside this base URL gives an entry without name and path, and is
+    // kept in outside(): a name of another place would be fetched from this share.
+    void setBaseUrl(const QString& baseUrl) { m_base = baseUrl; }
+    const QStringList& outside() const { return m_outside; }
+
 private:
     QString m_origin;
     qsizetype m_baseLength;
     const DavDateParser& m_dates;
     QList<DirEntry> m_entries;
     QString m_error;
+    QString m_base;
+    mutable QStringList m_outside;
 };
 
 // A name of a listing as a name: percent escapes decoded as UTF-8 (servers

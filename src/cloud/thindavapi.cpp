@@ -1,5 +1,6 @@
 #include "cloud/thindavapi.h"
 
+#include "common/log.h"
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 
@@ -115,6 +116,11 @@ ThinDavApi::~ThinDavApi()
     dropReply();
 }
 
+qint64 ThinDavApi::ReceivedBytes() const
+{
+    return m_reply ? m_reply->bytesAvailable() : 0;
+}
+
 void ThinDavApi::setBaseUrl(const QString& url)
 {
     m_baseUrl = url.endsWith(u'/') ? url : url + u'/';
@@ -189,11 +195,15 @@ void ThinDavApi::send(QNetworkRequest& request, const QByteArray& verb, const QB
         reply = m_http->sendCustomRequest(request, verb);
     m_reply = reply;
     connect(reply, &QNetworkReply::metaDataChanged, this, Guarded([this, reply] {
+                if (refuseLarge(reply))
+                    return;
                 if (reply == m_reply && m_readyState < 2)
                     m_readyState = 2;
                 ReadyStateAsyncCallback();
             }));
     connect(reply, &QNetworkReply::readyRead, this, Guarded([this, reply] {
+                if (refuseLarge(reply))
+                    return;
                 if (reply == m_reply && m_readyState < 3)
                     m_readyState = 3;
                 ReadyStateAsyncCallback();
@@ -206,6 +216,29 @@ void ThinDavApi::send(QNetworkRequest& request, const QByteArray& verb, const QB
                 m_readyState = 4;
                 ReadyStateAsyncCallback();
             }));
+}
+
+bool ThinDavApi::refuseLarge(QNetworkReply* reply)
+{
+    const bool file = m_request == rqGetFileBytes || m_request == rqGetFileText;
+    const qint64 cap = file ? kMaxFileBytes : kMaxReplyBytes;
+    // A HEAD answer announces the length of a body it does not carry.
+    const qint64 announced = m_request == rqGetFileLength
+                                 ? 0
+                                 : reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    if (reply != m_reply || qMax(announced, reply->bytesAvailable()) <= cap)
+        return false;
+    const QString text = QStringLiteral("The reply is larger than %1 MB: not read").arg(cap >> 20);
+    // Aborted once its signal has returned: Qt may still be reporting on it.
+    m_reply = nullptr;
+    reply->disconnect(this);
+    QMetaObject::invokeMethod(
+        reply, [reply] { reply->abort(), reply->deleteLater(); }, Qt::QueuedConnection);
+    m_readyState = 4;
+    m_status = -1;
+    m_statusText = text;
+    raiseComplete();
+    return true;
 }
 
 // COPY and MOVE: the target travels in "Destination" below the base URL.
@@ -353,7 +386,12 @@ void ThinDavApi::ReadyStateAsyncCallback()
 
     const QVariant httpStatus = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (!httpStatus.isValid()) {
-        sendFailed(int(reply->error()), reply->errorString());
+        QString reason = reply->errorString();
+        // Nothing went out, not even the credentials.
+        if (reply->error() == QNetworkReply::SslHandshakeFailedError)
+            reason = QStringLiteral("Refused: the share's certificate is not trusted here (") +
+                     reason + QStringLiteral("); nothing was sent");
+        sendFailed(int(reply->error()), reason);
         return;
     }
     m_status = httpStatus.toInt();
@@ -366,8 +404,14 @@ void ThinDavApi::ReadyStateAsyncCallback()
         case rqGetDir: {
             m_xml = decodeText(body, reply);
             DavListingParser parser(m_origin, m_baseLength, m_dates);
+            parser.setBaseUrl(m_baseUrl);
             if (parser.Parse(body)) {
                 m_dirEntries = parser.takeEntries();
+                if (const QStringList& out = parser.outside(); !out.isEmpty())
+                    Log::line(QStringLiteral("Left out of a listing: %1 resources outside the "
+                                             "share %2, e.g. %3")
+                                  .arg(out.size())
+                                  .arg(m_baseUrl, out.first()));
             } else {
                 m_parseError = parser.error();
                 m_status = -1;

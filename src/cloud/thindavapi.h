@@ -82,6 +82,8 @@ public:
     // The request's state now: 0 none or aborted, 1 sent, 2 headers
     // received, 3 receiving the body, 4 done.
     int ReadyState() const { return m_readyState; }
+    // Body bytes of the pending request received so far.
+    qint64 ReceivedBytes() const;
     int Request() const { return m_request; }
     const DavCollection& RespHeaders() const { return m_respHeaders; }
     int Status() const { return m_status; }
@@ -123,6 +125,11 @@ public:
     // Text of the user message that PutFileText shows.
     static QString UploadMessage();
 
+    // A larger reply is not read: its call completes with Status -1 and the reason. A fetched
+    // job (GET) may be larger than any other reply.
+    static constexpr qint64 kMaxFileBytes = qint64(1) << 30;
+    static constexpr qint64 kMaxReplyBytes = qint64(64) << 20;
+
 signals:
     // Once per request; response properties are valid only while it runs.
     void Complete(int Request);
@@ -133,6 +140,7 @@ private:
     void send(QNetworkRequest& request, const QByteArray& verb, const QByteArray& body = {},
               bool hasBody = false);
     void dropReply();
+    bool refuseLarge(QNetworkReply* reply);
     void sendFailed(int number, const QString& description);
     void sendTransfer(const QByteArray& method, const QString& fromName, const QString& toName,
                       bool overWrite, const QByteArray& depth);

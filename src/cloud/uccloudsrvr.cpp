@@ -142,6 +142,7 @@ void UcCloudSrvr::Busy()
 {
     setCursor(Qt::WaitCursor);
     setEnabled(false);
+    m_receivedAtTick = -1;
     setTimerEnabled(true);
 }
 
@@ -231,6 +232,8 @@ bool UcCloudSrvr::CheckEntry(const DirEntry& Entry, int EntryNumber)
 {
     Q_UNUSED(EntryNumber);
     const QString name = DavDecodedName(Entry.name);
+    if (name.isEmpty()) // outside the share
+        return false;
     if (Entry.isCollection) {
         if (m_stage == kRoot || m_stage == kClient)
             return name == UserKey();
@@ -378,7 +381,14 @@ void UcCloudSrvr::DownloadStep()
 
 void UcCloudSrvr::tmrTimeout_Timer()
 {
+    // A body still arriving runs on; one that stopped arriving since the last tick would
+    // otherwise hang the control for good once the timer is off.
+    const int state = DAV ? DAV->ReadyState() : 4;
+    if (state == 3 && DAV->ReceivedBytes() != m_receivedAtTick) {
+        m_receivedAtTick = DAV->ReceivedBytes();
+        return;
+    }
     setTimerEnabled(false);
-    if (DAV && DAV->ReadyState() < 3)
+    if (state <= 3)
         DAV->AbortRequest();
 }

@@ -78,6 +78,7 @@ private:
 
     ThinDavApi* DAV = nullptr;
     bool m_timerEnabled = false;
+    qint64 m_receivedAtTick = -1;
     QString m_stage;
     QString m_nameList;
     QString m_uploadDirectory;

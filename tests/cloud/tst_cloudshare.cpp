@@ -8,7 +8,10 @@
 #include <QDateTime>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QSslKey>
+#include <QSslServer>
 #include <QTimer>
+#include <unistd.h>
 
 using Call = std::function<void(ThinDavApi&, const QString&)>; // a request in a folder
 Q_DECLARE_METATYPE(Call)
@@ -19,6 +22,7 @@ namespace
 const QByteArray kJob = allByteValues();
 const QString kJobText = QString::fromLatin1(kJob);
 QStringList seen; // messages shown and control events raised, in order
+QString logged;   // the log's lines, each with CR LF
 
 // "2xx" or "err" (what the control branches on) for an HTTP status; other numbers as they are.
 QString statusClass(int s)
@@ -32,20 +36,30 @@ QString davUrl(quint16 port = freePort())
     return QStringLiteral("http://127.0.0.1:%1/dav/").arg(port);
 }
 
-// A server that gives every request (one per connection) the same answer.
-QString answering(QObject* owner, const QByteArray& answer)
+// A server giving the requests (one per connection) the answers in turn, each after delay ms
+// (below 0: at once, staying connected), then gone; "@name": a 207 of that data file.
+QString answering(QObject* owner, QByteArrayList answers, int delay = 0)
 {
     auto* server = new QTcpServer(owner);
     server->listen(QHostAddress::LocalHost, 0);
-    QObject::connect(server, &QTcpServer::newConnection, server, [server, answer] {
+    QObject::connect(server, &QTcpServer::newConnection, server, [=]() mutable {
         QTcpSocket* s = server->nextPendingConnection();
-        QObject::connect(s, &QTcpSocket::readyRead, s, [s, answer, in = QByteArray()]() mutable {
+        QByteArray answer = "HTTP/1.1 " + answers.takeFirst();
+        if (answer.startsWith("HTTP/1.1 @")) {
+            const QByteArray xml = readFile(CLOUD_TEST_DATA "/" + answer.mid(10));
+            answer = "HTTP/1.1 207 M\r\nContent-Length: " + QByteArray::number(xml.size()) +
+                     "\r\n\r\n" + xml;
+        }
+        if (answers.isEmpty())
+            server->close();
+        QObject::connect(s, &QTcpSocket::readyRead, s, [=, in = QByteArray()]() mutable {
             in += s->readAll(); // with a listing's body: an answer before it resets the line
-            if (in.contains("\r\n\r\n") &&
-                (!in.startsWith("PROPFIND") || in.endsWith("propfind>"))) {
-                s->write("HTTP/1.1 " + answer);
-                s->disconnectFromHost();
-            }
+            if (in.contains("\r\n\r\n") && (!in.startsWith("PROPFIND") || in.endsWith("propfind>")))
+                QTimer::singleShot(qMax(delay, 0), s, [=] {
+                    s->write(answer);
+                    if (delay >= 0)
+                        s->disconnectFromHost();
+                });
         });
     });
     return davUrl(server->serverPort());
@@ -108,21 +122,23 @@ struct Uc : UcCloudSrvr {
             names.sort();
             seen << "ClientInfoReturn:" + id + u'|' + names.join(u',');
         });
-        connect(this, &UcCloudSrvr::ServerInfoReturn, this,
-                [](QString& list) { seen << "ServerInfoReturn:" + list; });
+        connect(this, &UcCloudSrvr::ServerInfoReturn, this, [](QString& list) { // long: the count
+            seen << "ServerInfoReturn:" +
+                        (list.size() < 9999 ? list : QString::number(list.count(u',') + 1));
+        });
         connect(this, &UcCloudSrvr::ValidateUser, this,
                 [](bool& found) { seen << (found ? "ValidateUser:true" : "ValidateUser:false"); });
         connect(this, &UcCloudSrvr::CloudFileReceived, this,
                 [](QString& text) { seen << "CloudFileReceived:" + text; });
     }
-    // The log with "|" for a line end and the status lines as their class.
+    // The log (the client's lines too) with "|" for a line end and the status lines as their class.
     QString log() const
     {
         static const QRegularExpression ok("^2\\d\\d [^\r\n]*",
                                            QRegularExpression::MultilineOption);
         static const QRegularExpression err("^[3-5]\\d\\d [^\r\n]*",
                                             QRegularExpression::MultilineOption);
-        return QString(txtLog->text()).replace(ok, "2xx").replace(err, "err").replace("\r\n", "|");
+        return QString(logged).replace(ok, "2xx").replace(err, "err").replace("\r\n", "|");
     }
     bool idle() const
     {
@@ -163,18 +179,26 @@ private slots:
                 "", "Critical: ", "Question: ", "Exclamation: ", "Info: "};
             seen << icons[int(m.icon)] + m.text;
         });
+        Log::setSink([](const QString& line) { logged += line + "\r\n"; });
         useAccount(url);
         DavClient api = share();
         const QString own = "CloudPrint/" + owner, client = own + "-client";
-        for (const QString& p :
-             {dir, QStringLiteral("CloudPrint"), own, own + "/srv1", own + "/empty",
-              own + "/BigBox", own + "-none", client, client + "/alpha", client + "/Beta"}) {
+        for (const QString& p : {dir, QStringLiteral("CloudPrint"), own, own + "/srv1",
+                                 own + "/empty", own + "/BigBox", own + "/big", own + "-none",
+                                 client, client + "/alpha", client + "/Beta"}) {
             DAV(api, MakeDir(p));
             QVERIFY2(api.steps.last() == "MakeDir 2xx" || p == "CloudPrint", qPrintable(p));
         }
         DAV(api, PutFileBytes(own + "/srv1/File_1.ps", kJob, "x/y"));
         DAV(api, PutFileBytes(client + "/note.ps", "n", "x/y")); // a file is not a server
         QCOMPARE(api.steps.last(), QStringLiteral("PutFileBytes 2xx"));
+        const QString locked = root + u'/' + own + "/srv1/locked.ps"; // the share's server: 403
+        QVERIFY(writeFile(locked, "x") && QFile::setPermissions(locked, {}));
+        const QByteArray big = QFile::encodeName(root + u'/' + own + "/big/" + QString(230, u'j'));
+        for (int i = 0; i < 20000; ++i) // a listing of over 10 MB, of links (quicker to make)
+            QVERIFY(::link(QFile::encodeName(locked), big + QByteArray::number(i)) == 0);
+        DAV(api, GetDir(own + "/big", true));
+        QVERIFY(api.last().xml.size() > 10 << 20);
     }
     void cleanupTestCase()
     {
@@ -184,7 +208,7 @@ private slots:
             settle(&api, 1, [&] { api.Delete(p); });
         setMsgRecorder({});
     }
-    void init() { seen.clear(); }
+    void init() { seen.clear(), logged.clear(); }
 
     void client()
     {
@@ -286,9 +310,6 @@ private slots:
         // A 207 that is not a multistatus fails the listing with the parser's reason.
         row("listing not xml", "207 Multi-Status\r\nContent-Length: 9\r\n\r\n<D:a><b>x", list,
             "-1");
-        row("listing not multistatus",
-            "207 Multi-Status\r\nContent-Length: 23\r\n\r\n<html><p>hi</p></html>\n", list,
-            "-1 no \"multistatus\" found");
         // Qt hands repeated header lines over joined (same meaning in HTTP): one item.
         row("header twice", "200 OK\r\nN: x\r\nN: y\r\nContent-Length: 0\r\n\r\n", options, "200",
             true, "N:x, y");
@@ -303,7 +324,7 @@ private slots:
         QObject scope;
         DavClient api(where == "share"    ? url
                       : where == "closed" ? davUrl()
-                                          : answering(&scope, where.toUtf8()),
+                                          : answering(&scope, {where.toUtf8()}),
                       user, password);
         QVERIFY(settle(&api, completes, [&] {
             call(api, dir);
@@ -386,8 +407,8 @@ private slots:
             QObject scope;
             Uc uc(owner, QStringLiteral("srv1"));
             uc.Dav()->setBaseUrl(
-                answering(&scope, "200 OK\r\nContent-Type: text/plain; charset=" + charset +
-                                      "\r\nContent-Length: 256\r\n\r\n" + kJob));
+                answering(&scope, {"200 OK\r\nContent-Type: text/plain; charset=" + charset +
+                                   "\r\nContent-Length: 256\r\n\r\n" + kJob}));
             seen.clear();
             QVERIFY(settle(uc.Dav(), 1, [&] { uc.UcCheckDownloadList("a.ps"); }));
             QCOMPARE(seen, QStringList("CloudFileReceived:" + kJobText));
@@ -398,16 +419,20 @@ private slots:
     // server "srv1" unless it says otherwise: what it shows and raises, and its log's tail.
     void chains_data()
     {
-        QTest::addColumn<QString>("where"); // "share", "wrong password", "closed" or "silent"
+        // "share", "wrong password", "closed", "tls" (self-signed), or a raw server's "answers"
+        // ("slow": after the control's timeout; "slow, stalls": at once, then nothing more)
+        QTest::addColumn<QString>("where");
         QTest::addColumn<QString>("typed"); // the user id
         QTest::addColumn<QString>("call"); // "server|list ID", "client", "get FILE", "put DIR NAME"
         QTest::addColumn<int>("requests");
         QTest::addColumn<QStringList>("outcome"); // "%1": the server's reason
-        QTest::addColumn<QString>("log");
+        QTest::addColumn<QString>("log");         // "%b": the base URL
+        QTest::addColumn<QByteArrayList>("answers");
         const auto row = [](const char* tag, const char* where, const char* typed, const char* call,
-                            int requests, const QStringList& outcome, const char* log) {
+                            int requests, const QStringList& outcome, const char* log,
+                            const QByteArrayList& answers = {}) {
             QTest::newRow(tag) << QString(where) << QString(typed) << QString(call) << requests
-                               << outcome << QString(log);
+                               << outcome << QString(log) << answers;
         };
         const QStringList found = {"User Id Found...%u", "ValidateUser:true"};
         const QStringList notFound = {"User Id Not Found...%u", "ValidateUser:false"};
@@ -425,9 +450,23 @@ private slots:
             "Requesting PROPFIND|err|");
         row("closed: find server", "closed", "%u", "server srv1", 1, notFound,
             "Requesting PROPFIND|1 Connection refused|");
-        // Accepts and never answers: an armed timer aborts the request.
-        row("no answer, timer set", "silent", "%u", "server srv1", 1, {},
-            "Requesting PROPFIND|Aborted due to timeout||");
+        // Answers late: an armed timer aborts the request; the answer is left unread.
+        row("answer after the timeout", "slow", "%u", "server srv1", 1, {},
+            "Requesting PROPFIND|Aborted due to timeout||", {"@apache-alice-depth1.xml"});
+        row("body stops", "slow, stalls", "%u", "get gone.ps", 1, {},
+            "Requesting GET|Aborted due to timeout||", {"200 OK\r\nContent-Length: 9\r\n\r\nx"});
+        // "empty" is a user there; then nothing answers (a failed listing keeps the last folder).
+        row("gone in the middle", "answers", "empty", "server srv1", 3,
+            {"User Id Found...empty", "ValidateUser:true"},
+            "Requesting MKCOL|1 Connection refused|Failed|The server collection CloudPrint\\srv1 "
+            "could not be made: jobs for it will fail.||",
+            {"@apache-alice-depth1.xml"});
+        row("self-signed certificate", "tls", "%u", "server srv1", 1, notFound,
+            "Requesting PROPFIND|6 Refused: the share's certificate is not trusted here (SSL "
+            "handshake failed: The certificate is self-signed, and untrusted); nothing was sent|");
+        row("listing not xml", "answers", "%u", "server srv1", 1, notFound,
+            "Requesting PROPFIND|-1 no \"multistatus\" found|",
+            {"207 Multi-Status\r\nContent-Length: 14\r\n\r\n<html></html>\n"});
         row("client's servers", "share", " %U-CLIENT", "client", 2,
             {"ClientInfoReturn: %U-CLIENT|Beta,alpha"}, "Requesting PROPFIND|2xx||");
         row("client without servers", "share", "%u-none", "client", 2,
@@ -438,12 +477,26 @@ private slots:
             "Requesting PROPFIND|2xx||");
         row("missing server", "share", "%u", "list missing", 1, {"ServerInfoReturn:"},
             "Requesting PROPFIND|err|");
+        row("10 MB listing", "share", "%u", "list big", 1, {"ServerInfoReturn:20000"},
+            "Requesting PROPFIND|2xx||");
+        row("hrefs outside the share", "answers", "%u", "list srv1", 1, {"ServerInfoReturn:a.ps"},
+            "Left out of a listing: 2 resources outside the share %b, e.g. "
+            "http://else.where.example/dav/b.ps|2xx||",
+            {"@outside.xml"});
+        row("reply over the cap", "answers", "%u", "list srv1", 1, {"ServerInfoReturn:"},
+            "Requesting PROPFIND|-1 The reply is larger than 64 MB: not read|",
+            {"207 Multi-Status\r\nContent-Length: 67108865\r\n\r\n<"});
         row("closed: list", "closed", "%u", "list srv1", 1, {"ServerInfoReturn:"},
             "Requesting PROPFIND|1 Connection refused|");
         row("missing file", "share", "%u", "get gone.ps", 1, {openFailed},
             "Requesting GET|err|Failed||");
         row("closed: download", "closed", "%u", "get gone.ps", 1, {openFailed},
             "Requesting GET|1 Connection refused|Failed||");
+        row("unreadable file", "share", "%u", "get locked.ps", 1,
+            {QString(openFailed).replace("gone", "locked")}, "Requesting GET|err|Failed||");
+        row("server error", "answers", "%u", "get gone.ps", 1, {openFailed},
+            "Requesting GET|err|Failed||",
+            {"500 Internal Server Error\r\nContent-Length: 0\r\n\r\n"});
         // Found by HEAD, never PUT; the run-time error reaches the user.
         row("job exists", "share", "%u", "put srv1 File_1", 1,
             {"Critical: Run-time error '424': Object required"},
@@ -463,16 +516,26 @@ private slots:
         QFETCH(int, requests);
         QFETCH(QStringList, outcome);
         QFETCH(QString, log);
-        QTcpServer silent;
+        QFETCH(QByteArrayList, answers);
+        QObject scope;
+        QSslServer tls;
         Uc uc(typed.replace("%u", owner).replace("%U", owner.toUpper()), QStringLiteral("srv1"));
         if (where == "closed")
             uc.Dav()->setBaseUrl(davUrl());
         else if (where == "wrong password")
             uc.Dav()->PW = QStringLiteral("wrong");
-        else if (where == "silent") {
-            QVERIFY(silent.listen(QHostAddress::LocalHost, 0));
-            uc.Dav()->setBaseUrl(davUrl(silent.serverPort()));
-            uc.tmrTimeout->setInterval(50);
+        else if (where == "tls") {
+            const QByteArray pem = readFile(CLOUD_TEST_DATA "/selfsigned.pem");
+            QSslConfiguration config;
+            config.setLocalCertificate(QSslCertificate(pem));
+            config.setPrivateKey(QSslKey(pem, QSsl::Ec));
+            tls.setSslConfiguration(config);
+            QVERIFY(tls.listen(QHostAddress::LocalHost, 0));
+            uc.Dav()->setBaseUrl(davUrl(tls.serverPort()).replace("http:", "https:"));
+        } else if (!answers.isEmpty()) {
+            const int delay = where == "slow" ? 1000 : where == "answers" ? 0 : -1;
+            uc.Dav()->setBaseUrl(answering(&scope, answers, delay));
+            uc.tmrTimeout->setInterval(where.startsWith("slow") ? 50 : 0);
         }
         const QStringList words = call.split(u' ');
         if (words[0] == "server" || words[0] == "list")
@@ -489,7 +552,7 @@ private slots:
                 uc.UcUploadToCloudFile("CloudPrint\\" + owner + u'\\' + words[1], words[2], "x");
             // Busy until the share answers; the timer is on, but at interval 0 never ticks.
             QVERIFY(!uc.isEnabled() && uc.cursor().shape() == Qt::WaitCursor && uc.TimerEnabled());
-            QCOMPARE(uc.tmrTimeout->isActive(), where == "silent");
+            QCOMPARE(uc.tmrTimeout->isActive(), where.startsWith("slow"));
         };
         QVERIFY(settle(uc.Dav(), requests, act));
         const QString reason = uc.Dav()->StatusText();
@@ -497,11 +560,10 @@ private slots:
         QCOMPARE(seen, outcome.replaceInStrings("%u", owner)
                            .replaceInStrings("%U", owner.toUpper())
                            .replaceInStrings("%1", reason));
-        log.replace("%u", owner);
+        log.replace("%u", owner).replace("%b", uc.Dav()->BaseUrl());
         QVERIFY2(uc.log().endsWith(log), qPrintable(uc.log().right(80)));
         if (uc.Dav()->Status() >= 100 && uc.idle()) // logged with the server's own reason
-            QVERIFY(
-                uc.txtLog->text().contains(QString::number(uc.Dav()->Status()) + u' ' + reason));
+            QVERIFY(logged.contains(QString::number(uc.Dav()->Status()) + u' ' + reason));
         QCOMPARE(uc.idle(), !log.endsWith("Requesting PUT|"));
         // A server made is on the share, asked for with "\" between user and server.
         if (log.endsWith("MKCOL|2xx|")) {
@@ -513,6 +575,10 @@ private slots:
         // No user made, no job touched.
         QVERIFY(!QFile::exists(root + "/CloudPrint/nobody" + owner));
         QCOMPARE(onShare("CloudPrint/" + owner + "/srv1/File_1.ps"), kJob);
+        seen.clear(); // the program goes on: the next chain works
+        uc.Dav()->setBaseUrl(url), uc.Dav()->PW = password, uc.setUcCloudUserId(owner);
+        QVERIFY(settle(uc.Dav(), 2, [&] { uc.setUcCloudServerId("srv1"), uc.UcFindServerInfo(); }));
+        QCOMPARE(seen, QStringList({"User Id Found..." + owner, "ValidateUser:true"}));
     }
 };
 

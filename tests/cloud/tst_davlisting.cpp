@@ -119,6 +119,7 @@ private slots:
         QFETCH(QStringList, expected);
         for (const auto reader : {DavListingParser::Reader::Fast, DavListingParser::Reader::Qt}) {
             DavListingParser p(DavOrigin(kBase), kBase.size(), dates);
+            p.setBaseUrl(kBase);
             const bool ok = p.Parse(xml, -1.0f, reader);
             QCOMPARE(p.error().isEmpty(), ok);
             QStringList got;
