@@ -21,4 +21,14 @@ void setReceiveBuffer(qintptr fd, int bytes);
 bool peerName(qintptr fd, sockaddr_storage& address);
 QString peerAddress(qintptr fd); // IPv4 peers as a.b.c.d, also behind a dual-stack listener
 void close(qintptr fd);
+
+enum class AcceptResult {
+    Accepted,
+    NoneWaiting,
+    Dropped,     // the peer went away before it was taken: take the next one
+    CannotAccept // out of descriptors or buffers (why says which): try again later
+};
+// Takes one waiting connection off a non-blocking listening socket; the
+// new socket is non-blocking too. -1 unless Accepted.
+qintptr accept(qintptr listener, AcceptResult& result, QString& why);
 } // namespace rawsocket

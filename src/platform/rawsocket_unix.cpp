@@ -38,3 +38,40 @@ void rawsocket::close(qintptr fd)
 {
     ::close(int(fd));
 }
+
+qintptr rawsocket::accept(qintptr listener, AcceptResult& result, QString& why)
+{
+    for (;;) {
+        const int fd = ::accept4(int(listener), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd >= 0) {
+            result = AcceptResult::Accepted;
+            return fd;
+        }
+        switch (errno) {
+        case EINTR:
+            continue;
+        case EAGAIN:
+#if EAGAIN != EWOULDBLOCK
+        case EWOULDBLOCK:
+#endif
+            result = AcceptResult::NoneWaiting;
+            break;
+        case ECONNABORTED:
+        case EPROTO:
+        case EPERM:
+        case ENETDOWN:
+        case ENETUNREACH:
+        case EHOSTUNREACH:
+        case EHOSTDOWN:
+        case ENONET:
+        case ENOPROTOOPT:
+        case EOPNOTSUPP:
+            result = AcceptResult::Dropped;
+            break;
+        default: // EMFILE, ENFILE, ENOBUFS, ENOMEM, or worse
+            result = AcceptResult::CannotAccept;
+            why = qt_error_string(errno);
+        }
+        return -1;
+    }
+}

@@ -33,3 +33,28 @@ void rawsocket::close(qintptr fd)
 {
     ::closesocket(SOCKET(fd));
 }
+
+qintptr rawsocket::accept(qintptr listener, AcceptResult& result, QString& why)
+{
+    const SOCKET s = ::accept(SOCKET(listener), nullptr, nullptr);
+    if (s != INVALID_SOCKET) {
+        setNonBlocking(qintptr(s));
+        result = AcceptResult::Accepted;
+        return qintptr(s);
+    }
+    const int error = WSAGetLastError();
+    switch (error) {
+    case WSAEWOULDBLOCK:
+        result = AcceptResult::NoneWaiting;
+        break;
+    case WSAECONNRESET:
+    case WSAEINTR:
+    case WSAENETDOWN:
+        result = AcceptResult::Dropped;
+        break;
+    default: // WSAEMFILE, WSAENOBUFS, or worse
+        result = AcceptResult::CannotAccept;
+        why = qt_error_string(error);
+    }
+    return -1;
+}
