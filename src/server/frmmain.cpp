@@ -374,6 +374,12 @@ void frmMain::Option9_Click()
     DoChangeOption();
 }
 
+void frmMain::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    List1->scrollToBottom(); // the newest connections, as while it was hidden
+}
+
 void frmMain::changeEvent(QEvent* event)
 {
     QWidget::changeEvent(event);

@@ -194,6 +194,7 @@ public:
 
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
+    void showEvent(QShowEvent* event) override;
 
 private:
     void buildControls();

@@ -32,7 +32,9 @@ void frmMain::addStatus(const QString& text)
     List1->addItem(text);
     if (List1->count() > kConnectionLogLines)
         delete List1->takeItem(0);
-    List1->scrollToBottom();
+    // Scrolling lays out the whole list: a hidden one scrolls when it is shown.
+    if (List1->isVisible())
+        List1->scrollToBottom();
     Log::line(text);
 }
 
