@@ -71,6 +71,12 @@ void frmMain::startListening()
             m_Socket0->serverError() == QAbstractSocket::AddressInUseError ? 10048 : 10013;
         RaiseError(code, QStringLiteral("Cannot listen on port %1: %2").arg(localPort).arg(why));
     }
+    if (m_Listen.address != QHostAddress::Any)
+        Log::line(QStringLiteral("Listening on %1 only").arg(m_Listen.address.toString()));
+    if (!m_Listen.allowed.isEmpty())
+        Log::line(QStringLiteral("Connections are taken only from %1")
+                      .arg(m_Listen.allowedText().isEmpty() ? QStringLiteral("no network")
+                                                            : m_Listen.allowedText()));
 }
 
 // Before any request is raised: a peer outside the allowed networks, or one

@@ -37,7 +37,7 @@ private slots:
         QTest::newRow("listen, allow") << QStringList{"--listen",   "127.0.0.1", "--allow",
                                                       "10.0.0.0/8", "--allow",   "127.0.0.1/32"}
                                        << "listen"
-                                       << "Listening to port" << 1 << 1;
+                                       << "Listening on 127.0.0.1 only" << 1 << 1;
     }
     void defaultMode()
     {
