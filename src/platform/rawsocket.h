@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #ifdef _WIN32
 #include <winsock2.h>
@@ -20,4 +21,14 @@ void setNonBlocking(std::intptr_t fd);
 void setReceiveBuffer(std::intptr_t fd, int bytes);
 bool peerName(std::intptr_t fd, sockaddr_storage& address);
 void close(std::intptr_t fd);
+
+enum class AcceptResult {
+    Accepted,
+    NoneWaiting,
+    Dropped,     // the peer went away before it was taken: take the next one
+    CannotAccept // out of descriptors or buffers (why says which): try again later
+};
+// Takes one waiting connection off a non-blocking listening socket; the
+// new socket is non-blocking too. -1 unless Accepted.
+std::intptr_t accept(std::intptr_t listener, AcceptResult& result, std::string& why);
 } // namespace rawsocket

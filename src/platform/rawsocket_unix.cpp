@@ -1,6 +1,7 @@
 #include "platform/rawsocket.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,4 +38,41 @@ bool rawsocket::peerName(std::intptr_t fd, sockaddr_storage& address)
 void rawsocket::close(std::intptr_t fd)
 {
     ::close(int(fd));
+}
+
+std::intptr_t rawsocket::accept(std::intptr_t listener, AcceptResult& result, std::string& why)
+{
+    for (;;) {
+        const int fd = ::accept4(int(listener), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd >= 0) {
+            result = AcceptResult::Accepted;
+            return fd;
+        }
+        switch (errno) {
+        case EINTR:
+            continue;
+        case EAGAIN:
+#if EAGAIN != EWOULDBLOCK
+        case EWOULDBLOCK:
+#endif
+            result = AcceptResult::NoneWaiting;
+            break;
+        case ECONNABORTED:
+        case EPROTO:
+        case EPERM:
+        case ENETDOWN:
+        case ENETUNREACH:
+        case EHOSTUNREACH:
+        case EHOSTDOWN:
+        case ENONET:
+        case ENOPROTOOPT:
+        case EOPNOTSUPP:
+            result = AcceptResult::Dropped;
+            break;
+        default: // EMFILE, ENFILE, ENOBUFS, ENOMEM, or worse
+            result = AcceptResult::CannotAccept;
+            why = std::strerror(errno);
+        }
+        return -1;
+    }
 }

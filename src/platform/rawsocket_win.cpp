@@ -33,3 +33,28 @@ void rawsocket::close(std::intptr_t fd)
 {
     ::closesocket(SOCKET(fd));
 }
+
+std::intptr_t rawsocket::accept(std::intptr_t listener, AcceptResult& result, std::string& why)
+{
+    const SOCKET s = ::accept(SOCKET(listener), nullptr, nullptr);
+    if (s != INVALID_SOCKET) {
+        setNonBlocking(std::intptr_t(s));
+        result = AcceptResult::Accepted;
+        return std::intptr_t(s);
+    }
+    const int error = WSAGetLastError();
+    switch (error) {
+    case WSAEWOULDBLOCK:
+        result = AcceptResult::NoneWaiting;
+        break;
+    case WSAECONNRESET:
+    case WSAEINTR:
+    case WSAENETDOWN:
+        result = AcceptResult::Dropped;
+        break;
+    default: // WSAEMFILE, WSAENOBUFS, or worse
+        result = AcceptResult::CannotAccept;
+        why = "Windows Sockets error " + std::to_string(error);
+    }
+    return -1;
+}

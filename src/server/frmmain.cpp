@@ -40,8 +40,8 @@ QPushButton* button(const QString& caption, QWidget* parent)
 }
 } // namespace
 
-frmMain::frmMain(quint16 port, ProgramIds ids, QWidget* parent)
-    : QWidget(parent), m_Ids(std::move(ids)), m_RequestedPort(port)
+frmMain::frmMain(ListenOptions listen, ProgramIds ids, QWidget* parent)
+    : QWidget(parent), m_Ids(std::move(ids)), m_Listen(std::move(listen))
 {
     setWindowTitle(QStringLiteral("Quorvel"));
     buildControls();
@@ -178,6 +178,7 @@ void frmMain::buildControls()
     List1 = new QListWidget(net);
     List1->setObjectName(QStringLiteral("List1"));
     List1->setMaximumHeight(130);
+    List1->setUniformItemSizes(true); // one line each: no text layout of the whole list per line
     nl->addWidget(List1, 1, 0, 1, 6);
     main->addWidget(net, 4, 0, 1, 2);
 
@@ -371,6 +372,12 @@ void frmMain::Option5_Click()
 void frmMain::Option9_Click()
 {
     DoChangeOption();
+}
+
+void frmMain::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    List1->scrollToBottom(); // the newest connections, as while it was hidden
 }
 
 void frmMain::changeEvent(QEvent* event)

@@ -5,6 +5,7 @@
 #include "common/twips.h"
 #include "dispatch/job.h"
 #include "server/jobbuffer.h"
+#include "server/listenoptions.h"
 #include "server/programids.h"
 
 #include <QByteArray>
@@ -41,7 +42,7 @@ class frmMain : public QWidget
 {
     Q_OBJECT
 public:
-    explicit frmMain(quint16 port = 9100, ProgramIds ids = ProgramIds::load(),
+    explicit frmMain(ListenOptions listen = {}, ProgramIds ids = ProgramIds::load(),
                      QWidget* parent = nullptr);
     ~frmMain() override;
 
@@ -193,6 +194,7 @@ public:
 
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
+    void showEvent(QShowEvent* event) override;
 
 private:
     void buildControls();
@@ -204,6 +206,7 @@ private:
     void restoreUserValidated();
     void loadCloudDestination();
     void startListening();
+    bool admitConnection(qintptr requestID);
     JobSocket* loadSocket(int index);
     void addStatus(const QString& text);
     void connectPrinterList(); // frmmain_printers.cpp
@@ -224,7 +227,7 @@ private:
     bool m_Registering = false; // a user check asked for on the command line
     bool m_FetchAfterRegistration = false;
     ProgramIds m_Ids;
-    quint16 m_RequestedPort;
+    ListenOptions m_Listen;
     Int16 m_ListenPort;
     QString m_GsPath;
     QString m_PrinterName;

@@ -4,6 +4,7 @@
 #include "server/frmmain.h"
 
 #include "common/runtimeerror.h"
+#include "platform/rawsocket.h"
 #include "server/jobsocket.h"
 #include "server/socketlistener.h"
 
@@ -14,6 +15,9 @@
 
 namespace
 {
+// The connection log keeps this many lines, so a line costs the same however many came before.
+constexpr int kConnectionLogLines = 10000;
+
 QString localIp()
 {
     for (const QHostAddress& a : QNetworkInterface::allAddresses())
@@ -26,13 +30,18 @@ QString localIp()
 void frmMain::addStatus(const QString& text)
 {
     List1->addItem(text);
-    List1->scrollToBottom();
+    if (List1->count() > kConnectionLogLines)
+        delete List1->takeItem(0);
+    // Scrolling lays out the whole list: a hidden one scrolls when it is shown.
+    if (List1->isVisible())
+        List1->scrollToBottom();
     Log::line(text);
 }
 
 void frmMain::startListening()
 {
-    m_ListenPort = Int16(m_RequestedPort > 32767 ? int(m_RequestedPort) - 65536 : m_RequestedPort);
+    const quint16 port = m_Listen.port;
+    m_ListenPort = Int16(port > 32767 ? int(port) - 65536 : port);
     lblHostID->setText(QHostInfo::localHostName());
     lblAddress->setText(localIp());
     const quint16 localPort = quint16(m_ListenPort.value());
@@ -41,24 +50,60 @@ void frmMain::startListening()
 
     m_Socket0 = std::make_unique<SocketListener>();
     connect(m_Socket0.get(), &SocketListener::ConnectionRequest, this, [this](qintptr requestID) {
+        if (!admitConnection(requestID))
+            return;
         RunGuarded([&] { Socket_ConnectionRequest(0, requestID); });
         // A request that no element took is refused: its connection is closed.
         delete m_PendingRequest;
         m_PendingRequest = nullptr;
     });
-    if (!m_Socket0->listen(QHostAddress::Any, localPort)) {
+    connect(m_Socket0.get(), &SocketListener::Paused, this, [this](const QString& why) {
+        addStatus(QStringLiteral("No new connection can be taken now (%1; %2 connections open): "
+                                 "new clients wait until a connection closes")
+                      .arg(why)
+                      .arg(m_Socket.size()));
+    });
+    connect(m_Socket0.get(), &SocketListener::Resumed, this,
+            [this] { addStatus(QStringLiteral("New connections are taken again")); });
+    if (!m_Socket0->start(m_Listen.address, localPort)) {
         const QString why = m_Socket0->errorString();
         const int code =
             m_Socket0->serverError() == QAbstractSocket::AddressInUseError ? 10048 : 10013;
         RaiseError(code, QStringLiteral("Cannot listen on port %1: %2").arg(localPort).arg(why));
     }
+    if (m_Listen.address != QHostAddress::Any)
+        Log::line(QStringLiteral("Listening on %1 only").arg(m_Listen.address.toString()));
+    if (!m_Listen.allowed.isEmpty())
+        Log::line(QStringLiteral("Connections are taken only from %1")
+                      .arg(m_Listen.allowedText().isEmpty() ? QStringLiteral("no network")
+                                                            : m_Listen.allowedText()));
+}
+
+// Before any request is raised: a peer outside the allowed networks, or one
+// past the connection cap, is closed at once.
+bool frmMain::admitConnection(qintptr requestID)
+{
+    const QString peer = JobSocket::peerAddress(requestID);
+    QString why;
+    if (!m_Listen.allows(QHostAddress(peer)))
+        why = QStringLiteral("not in the allowed networks (%1)").arg(m_Listen.allowedText());
+    else if (qsizetype(m_Socket.size()) >= m_Listen.maxConnections)
+        why = QStringLiteral("%1 connections are open, the most allowed")
+                  .arg(m_Listen.maxConnections);
+    if (why.isEmpty())
+        return true;
+    rawsocket::close(requestID);
+    addStatus(QStringLiteral("Connection from %1 refused: %2").arg(peer, why));
+    return false;
 }
 
 JobSocket* frmMain::loadSocket(int index)
 {
     if (m_Socket.count(index))
         RaiseError(rt::ObjectAlreadyLoaded,
-                   QStringLiteral("Object already loaded (Socket(%1) is still open)").arg(index));
+                   QStringLiteral("Object already loaded (Socket(%1) is still open; the new "
+                                  "connection is refused and its data is not received)")
+                       .arg(index));
     JobSocket* socket = m_PendingRequest;
     m_PendingRequest = nullptr;
     m_Socket[index] = socket;
@@ -88,6 +133,11 @@ void frmMain::acceptConnection()
     lblConnections->setText(m_ConnCount.toString());
 
     const int index = m_ConnCount;
+    if (m_Socket.count(index)) {
+        // Refused below: it is not counted, so the count stays the open connections.
+        --m_ConnCount;
+        lblConnections->setText(m_ConnCount.toString());
+    }
     JobSocket* socket = loadSocket(index);
     // Events of an element that has been unloaded meanwhile are dropped.
     const auto isLoaded = [this, socket, index] {
@@ -117,8 +167,14 @@ void frmMain::Socket_Close(int Index)
     addStatus(m_StatusText);
 
     unloadSocket(Index);
-    if (m_JobBuffer.holdsMoreThanBlanks())
+    if (m_JobBuffer.holdsMoreThanBlanks()) {
         Command1_Click();
+    } else if (!m_JobBuffer.isEmpty() && m_Socket.empty()) {
+        // Nothing to print, and no open connection it could be the start of.
+        addStatus(QStringLiteral("Only blanks received (%1 bytes): no job; they are dropped")
+                      .arg(m_JobBuffer.size()));
+        m_JobBuffer.clear();
+    }
 }
 
 void frmMain::unloadSocket(int Index)
@@ -130,4 +186,6 @@ void frmMain::unloadSocket(int Index)
     socket->deleteLater();
     --m_ConnCount;
     lblConnections->setText(m_ConnCount.toString());
+    // A descriptor is free again; taken after this handler, not inside it.
+    QMetaObject::invokeMethod(m_Socket0.get(), &SocketListener::retryNow, Qt::QueuedConnection);
 }

@@ -5,10 +5,7 @@
 
 #include <QHostAddress>
 
-namespace
-{
-// IPv4 peers as a.b.c.d, also behind a dual-stack listener.
-QString peerAddress(qintptr fd)
+QString JobSocket::peerAddress(qintptr fd)
 {
     sockaddr_storage ss{};
     if (!rawsocket::peerName(fd, ss))
@@ -19,6 +16,8 @@ QString peerAddress(qintptr fd)
     return isV4 ? QHostAddress(v4).toString() : a.toString();
 }
 
+namespace
+{
 constexpr qint64 kReadChunk = 1 << 20;
 // A large receive window lets a big job flow without stalling the sender.
 constexpr int kReceiveBufferBytes = 4 * 1024 * 1024;

@@ -17,6 +17,8 @@ public:
     explicit JobSocket(qintptr descriptor, QObject* parent = nullptr);
     ~JobSocket() override;
 
+    // IPv4 peers as a.b.c.d, also behind a dual-stack listener.
+    static QString peerAddress(qintptr fd);
     qintptr descriptor() const { return m_fd; }
     const QString& RemoteHostIP() const { return m_remoteHostIP; }
     // Starts reporting arrivals (the socket is then "accepted").

@@ -2,6 +2,7 @@
 
 #include "common/log.h"
 #include "common/runtimeerror.h"
+#include "common/settings.h"
 #include "server/frmmain.h"
 
 #include <QApplication>
@@ -25,6 +26,64 @@ RunOptions RunOptions::fromArguments(int argc, char* argv[])
         o.headless = true;
 #endif
     return o;
+}
+
+namespace
+{
+// The values of an option, else those of its settings key (a comma list).
+struct Given {
+    QStringList values;
+    QString source;
+    bool fromCommandLine;
+};
+Given given(const QCommandLineParser& parser, const QCommandLineOption& option, const char* key)
+{
+    if (parser.isSet(option))
+        return {parser.values(option), QStringLiteral("--") + option.names().constFirst(), true};
+    return {SettingsStore::get(QLatin1String(key)).split(u',', Qt::SkipEmptyParts),
+            QStringLiteral("Setting ") + QLatin1String(key), false};
+}
+// A bad value on the command line ends the program; a bad setting is logged.
+bool rejected(const Given& g, const QString& value, const char* expected, const char* instead)
+{
+    const QString text = QStringLiteral("%1: %2, not \"%3\"").arg(g.source, expected, value);
+    if (g.fromCommandLine)
+        std::fprintf(stderr, "%s\n", qPrintable(text));
+    else
+        Log::line(text + QStringLiteral("; ") + QLatin1String(instead), true);
+    return g.fromCommandLine;
+}
+} // namespace
+
+bool RunOptions::parseListen(const QCommandLineParser& parser, const QCommandLineOption& address,
+                             const QCommandLineOption& allow, const QCommandLineOption& cap)
+{
+    const Given a = given(parser, address, "ListenAddress");
+    for (const QString& v : a.values)
+        if (!listen.address.setAddress(v.trimmed()) &&
+            rejected(a, v, "an address of this computer", "all addresses are used"))
+            return false;
+    if (listen.address.isNull())
+        listen.address = QHostAddress::Any;
+    const Given n = given(parser, allow, "AllowNetworks");
+    for (const QString& v : n.values) {
+        const auto network = QHostAddress::parseSubnet(v.trimmed());
+        // A bad entry still restricts: it matches no one.
+        listen.allowed << network;
+        if (network.first.isNull() &&
+            rejected(n, v, "a network as NETWORK/BITS", "this entry lets no one in"))
+            return false;
+    }
+    const Given c = given(parser, cap, "MaxConnections");
+    for (const QString& v : c.values) {
+        bool ok = false;
+        const int most = v.trimmed().toInt(&ok);
+        if (ok && most >= 1 && most <= 32767)
+            listen.maxConnections = most;
+        else if (rejected(c, v, "a number from 1 to 32767", "the most stays 256"))
+            return false;
+    }
+    return true;
 }
 
 bool RunOptions::parse(const QApplication& app)
@@ -66,8 +125,20 @@ bool RunOptions::parse(const QStringList& arguments)
     QCommandLineOption pollOpt(QStringLiteral("cloud-poll"),
                                QStringLiteral("Fetch waiting cloud jobs every N seconds."),
                                QStringLiteral("N"));
+    QCommandLineOption listenOpt(
+        QStringLiteral("listen"),
+        QStringLiteral("Listen on this address of the computer only (default: all)."),
+        QStringLiteral("ADDRESS"));
+    QCommandLineOption allowOpt(
+        QStringLiteral("allow"),
+        QStringLiteral("Take connections from this network only (repeatable), e.g. 10.0.0.0/8."),
+        QStringLiteral("NETWORK/BITS"));
+    QCommandLineOption maxOpt(QStringLiteral("max-connections"),
+                              QStringLiteral("Connections open at once; more are refused "
+                                             "(default 256)."),
+                              QStringLiteral("N"));
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
-                       registerOpt, getOpt, pollOpt});
+                       registerOpt, getOpt, pollOpt, listenOpt, allowOpt, maxOpt});
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
@@ -83,7 +154,9 @@ bool RunOptions::parse(const QStringList& arguments)
         std::fprintf(stderr, "--port: not a port number: %s\n", qPrintable(parser.value(portOpt)));
         return false;
     }
-    port = quint16(p);
+    listen.port = quint16(p);
+    if (!parseListen(parser, listenOpt, allowOpt, maxOpt))
+        return false;
     headless = headless || parser.isSet(headlessOpt);
     programFolder = parser.value(folderOpt);
     output = parser.value(outputOpt).trimmed().toLower();

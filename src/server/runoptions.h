@@ -1,9 +1,13 @@
 #pragma once
 
+#include "server/listenoptions.h"
+
 #include <QString>
 #include <vector>
 
 class QApplication;
+class QCommandLineOption;
+class QCommandLineParser;
 class QRadioButton;
 class frmMain;
 
@@ -21,7 +25,7 @@ bool clickOutputWord(frmMain& window, const QString& word);
 // window, what it does with jobs.
 struct RunOptions {
     bool headless = false;
-    quint16 port = 9100;
+    ListenOptions listen; // --port, --listen, --allow, --max-connections
     QString programFolder;
     // What becomes of a job: "pdf", "tiff", "jpeg", "print", "cloud"; empty
     // keeps the start-up choice (a grayscale PDF).
@@ -38,6 +42,8 @@ struct RunOptions {
     // Full parse; prints help or the error and returns false when the program should end.
     bool parse(const QApplication& app);
     bool parse(const QStringList& arguments);
+    bool parseListen(const QCommandLineParser& parser, const QCommandLineOption& address,
+                     const QCommandLineOption& allow, const QCommandLineOption& cap);
     // Selects what the options ask for, as the user's clicks would.
     void apply(frmMain& window) const;
 };
