@@ -166,10 +166,16 @@ QByteArrayView DavXmlReader::readName()
 
 QByteArrayView DavXmlReader::lookup(QByteArrayView prefix, bool& found) const
 {
-    const auto at = m_scope.constFind(prefix);
-    if (at != m_scope.cend()) {
+    qsizetype at = -1;
+    if (m_bindings.size() > kScanned)
+        at = m_scope.value(prefix, -1);
+    else
+        for (qsizetype i = m_bindings.size() - 1; i >= 0 && at < 0; --i)
+            if (m_bindings[i].prefix == prefix)
+                at = i;
+    if (at >= 0) {
         found = true;
-        return m_bindings[*at].uri;
+        return m_bindings[at].uri;
     }
     if (prefix == kXmlPrefix) {
         found = true;
@@ -181,12 +187,21 @@ QByteArrayView DavXmlReader::lookup(QByteArrayView prefix, bool& found) const
 
 void DavXmlReader::bind(QByteArrayView prefix, QByteArrayView uri)
 {
-    m_bindings.append({prefix, uri, m_scope.value(prefix, -1)});
-    m_scope.insert(prefix, m_bindings.size() - 1);
+    m_bindings.append({prefix, uri, -1});
+    // Indexed only while there are many: for a prefix or two a scan is quicker than hashing.
+    const qsizetype size = m_bindings.size();
+    for (qsizetype i = size == kScanned + 1 ? 0 : size - 1; size > kScanned && i < size; ++i) {
+        m_bindings[i].shadowed = m_scope.value(m_bindings[i].prefix, -1);
+        m_scope.insert(m_bindings[i].prefix, i);
+    }
 }
 
 void DavXmlReader::unbindTo(qsizetype count)
 {
+    if (count <= kScanned) {
+        m_scope.clear();
+        m_bindings.resize(count);
+    }
     while (m_bindings.size() > count) {
         const Binding gone = m_bindings.takeLast();
         if (gone.shadowed < 0)

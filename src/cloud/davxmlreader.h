@@ -79,6 +79,7 @@ private:
     bool m_textRaw = false; // CDATA: no entities
     QList<Open> m_open;
     QList<Binding> m_bindings;
+    static constexpr qsizetype kScanned = 8;  // more bindings than this: m_scope is kept
     QHash<QByteArrayView, qsizetype> m_scope; // prefix: its innermost binding
     QList<QByteArray> m_decodedValues; // attribute values that held entities
 };
