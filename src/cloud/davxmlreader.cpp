@@ -190,7 +190,10 @@ void DavXmlReader::bind(QByteArrayView prefix, QByteArrayView uri)
     m_bindings.append({prefix, uri, -1});
     // Indexed only while there are many: for a prefix or two a scan is quicker than hashing.
     const qsizetype size = m_bindings.size();
-    for (qsizetype i = size == kScanned + 1 ? 0 : size - 1; size > kScanned && i < size; ++i) {
+    if (size <= kScanned)
+        return;
+    // Crossing the line indexes all in scope; after that, each new one.
+    for (qsizetype i = size == kScanned + 1 ? 0 : size - 1; i < size; ++i) {
         m_bindings[i].shadowed = m_scope.value(m_bindings[i].prefix, -1);
         m_scope.insert(m_bindings[i].prefix, i);
     }
@@ -297,7 +300,7 @@ QXmlStreamReader::TokenType DavXmlReader::startTag()
         return fail("Invalid element name");
     const qsizetype bindingsBefore = m_bindings.size();
     QList<QByteArrayView> attributeNames;
-    QSet<QByteArrayView> seen; // once there are many, so a huge tag stays linear
+    QSet<QByteArrayView> seen; // once there are many, so that a huge tag stays linear
     bool empty = false;
     for (;;) {
         const char* beforeBlank = m_p;
@@ -321,7 +324,7 @@ QXmlStreamReader::TokenType DavXmlReader::startTag()
         const QByteArrayView attr = readName();
         if (attr.isEmpty())
             return fail("Invalid attribute name");
-        if (attributeNames.size() >= 8 && seen.isEmpty())
+        if (attributeNames.size() >= kScanned && seen.isEmpty())
             seen = QSet<QByteArrayView>(attributeNames.cbegin(), attributeNames.cend());
         if (seen.isEmpty() ? attributeNames.contains(attr) : seen.contains(attr))
             return fail("Duplicate attribute");

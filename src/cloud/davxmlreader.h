@@ -79,7 +79,7 @@ private:
     bool m_textRaw = false; // CDATA: no entities
     QList<Open> m_open;
     QList<Binding> m_bindings;
-    static constexpr qsizetype kScanned = 8;  // more bindings than this: m_scope is kept
+    static constexpr qsizetype kScanned = 8;  // up to this many, a scan beats a hash look-up
     QHash<QByteArrayView, qsizetype> m_scope; // prefix: its innermost binding
     QList<QByteArray> m_decodedValues; // attribute values that held entities
 };
