@@ -1,5 +1,7 @@
 #include "cloud/davxmlreader.h"
 
+#include <QSet>
+
 #include <algorithm>
 #include <cstring>
 
@@ -164,17 +166,52 @@ QByteArrayView DavXmlReader::readName()
 
 QByteArrayView DavXmlReader::lookup(QByteArrayView prefix, bool& found) const
 {
-    for (qsizetype i = m_bindings.size() - 1; i >= 0; --i)
-        if (m_bindings[i].prefix == prefix) {
-            found = true;
-            return m_bindings[i].uri;
-        }
+    qsizetype at = -1;
+    if (m_bindings.size() > kScanned)
+        at = m_scope.value(prefix, -1);
+    else
+        for (qsizetype i = m_bindings.size() - 1; i >= 0 && at < 0; --i)
+            if (m_bindings[i].prefix == prefix)
+                at = i;
+    if (at >= 0) {
+        found = true;
+        return m_bindings[at].uri;
+    }
     if (prefix == kXmlPrefix) {
         found = true;
         return kXmlUri;
     }
     found = prefix.isEmpty(); // no default namespace: none
     return {};
+}
+
+void DavXmlReader::bind(QByteArrayView prefix, QByteArrayView uri)
+{
+    m_bindings.append({prefix, uri, -1});
+    // Indexed only while there are many: for a prefix or two a scan is quicker than hashing.
+    const qsizetype size = m_bindings.size();
+    if (size <= kScanned)
+        return;
+    // Crossing the line indexes all in scope; after that, each new one.
+    for (qsizetype i = size == kScanned + 1 ? 0 : size - 1; i < size; ++i) {
+        m_bindings[i].shadowed = m_scope.value(m_bindings[i].prefix, -1);
+        m_scope.insert(m_bindings[i].prefix, i);
+    }
+}
+
+void DavXmlReader::unbindTo(qsizetype count)
+{
+    if (count <= kScanned) {
+        m_scope.clear();
+        m_bindings.resize(count);
+    }
+    while (m_bindings.size() > count) {
+        const Binding gone = m_bindings.takeLast();
+        if (gone.shadowed < 0)
+            m_scope.remove(gone.prefix);
+        else
+            m_scope.insert(gone.prefix, gone.shadowed);
+    }
 }
 
 bool DavXmlReader::checkEntities(const char* from, const char* to)
@@ -263,6 +300,7 @@ QXmlStreamReader::TokenType DavXmlReader::startTag()
         return fail("Invalid element name");
     const qsizetype bindingsBefore = m_bindings.size();
     QList<QByteArrayView> attributeNames;
+    QSet<QByteArrayView> seen; // once there are many, so that a huge tag stays linear
     bool empty = false;
     for (;;) {
         const char* beforeBlank = m_p;
@@ -286,9 +324,12 @@ QXmlStreamReader::TokenType DavXmlReader::startTag()
         const QByteArrayView attr = readName();
         if (attr.isEmpty())
             return fail("Invalid attribute name");
-        for (QByteArrayView seen : attributeNames)
-            if (seen == attr)
-                return fail("Duplicate attribute");
+        if (attributeNames.size() >= kScanned && seen.isEmpty())
+            seen = QSet<QByteArrayView>(attributeNames.cbegin(), attributeNames.cend());
+        if (seen.isEmpty() ? attributeNames.contains(attr) : seen.contains(attr))
+            return fail("Duplicate attribute");
+        if (!seen.isEmpty())
+            seen.insert(attr);
         attributeNames.append(attr);
         while (m_p < m_end && isBlank(*m_p))
             ++m_p;
@@ -301,11 +342,11 @@ QXmlStreamReader::TokenType DavXmlReader::startTag()
         if (!attributeValue(value))
             return m_token;
         if (attr == "xmlns") {
-            m_bindings.append({QByteArrayView(), value});
+            bind(QByteArrayView(), value);
         } else if (attr.startsWith("xmlns:")) {
             if (value.isEmpty())
                 return fail("Empty namespace name for a prefix");
-            m_bindings.append({attr.sliced(6), value});
+            bind(attr.sliced(6), value);
         }
     }
     // Prefixes of the element and of its attributes must be declared.
@@ -350,7 +391,7 @@ QXmlStreamReader::TokenType DavXmlReader::endTag()
     bool found = false;
     m_uri = lookup(prefix, found);
     m_name = colon < 0 ? qname : qname.sliced(colon + 1);
-    m_bindings.resize(closing.bindings);
+    unbindTo(closing.bindings);
     return m_token = QXmlStreamReader::EndElement;
 }
 
@@ -421,7 +462,7 @@ QXmlStreamReader::TokenType DavXmlReader::readNext()
         // The end of an empty element "<a/>".
         m_pendingEnd = false;
         const Open closing = m_open.takeLast();
-        m_bindings.resize(closing.bindings);
+        unbindTo(closing.bindings);
         return m_token = QXmlStreamReader::EndElement;
     }
     if (m_p >= m_end) {

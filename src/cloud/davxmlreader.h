@@ -7,6 +7,7 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QXmlStreamReader>
@@ -43,6 +44,7 @@ private:
     struct Binding {
         QByteArrayView prefix;
         QByteArrayView uri;
+        qsizetype shadowed; // the binding of the same prefix it hides, or -1
     };
     struct Open {
         QByteArrayView qname;
@@ -58,6 +60,8 @@ private:
     bool attributeValue(QByteArrayView& value);
     QByteArrayView readName();
     QByteArrayView lookup(QByteArrayView prefix, bool& found) const;
+    void bind(QByteArrayView prefix, QByteArrayView uri);
+    void unbindTo(qsizetype count);
     void appendDecoded(QByteArray& out, const char* from, const char* to) const;
 
     QByteArray m_data;
@@ -75,5 +79,7 @@ private:
     bool m_textRaw = false; // CDATA: no entities
     QList<Open> m_open;
     QList<Binding> m_bindings;
+    static constexpr qsizetype kScanned = 8;  // up to this many, a scan beats a hash look-up
+    QHash<QByteArrayView, qsizetype> m_scope; // prefix: its innermost binding
     QList<QByteArray> m_decodedValues; // attribute values that held entities
 };
