@@ -33,12 +33,12 @@ ctest --test-dir "$build" --output-on-failure --timeout 900 "$@"
 
 # AddressSanitizer with LeakSanitizer, and UBSan: the first report stops the program, so its
 # test fails. Left out: the install checks (they test the package and the install script, the
-# same in both builds) and the Windows compile check (no program of ours runs in it).
+# same in both builds) and the Windows checks (no program of ours built here runs in them).
 export ASAN_OPTIONS=detect_leaks=1:halt_on_error=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export LSAN_OPTIONS=suppressions=$here/tests/support/lsan.supp:print_suppressions=0
 ctest --test-dir "$sanitized" --output-on-failure --timeout 1800 \
-    -E '^(setup_install_deps|setup_installed|platform_win_compile)$' "$@"
+    -E '^(setup_install_deps|setup_installed|platform_win_compile|platform_win_run)$' "$@"
 
 # libFuzzer over each parser, two at a time, 60 s each from the seeds in tests/fuzz/corpus;
 # tests/fuzz/regress holds inputs too large to fuzz from, run once each (one tag with 20,000
