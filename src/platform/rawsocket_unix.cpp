@@ -3,8 +3,28 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+namespace
+{
+// Connections stop being taken while fewer than these descriptors are free:
+// saving, converting and logging a job need some of their own.
+constexpr rlim_t kSpareDescriptors = 16;
+
+bool fewDescriptorsLeft(int listener)
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+        return false;
+    const int lowestFree = ::fcntl(listener, F_DUPFD_CLOEXEC, 0);
+    if (lowestFree < 0)
+        return true;
+    ::close(lowestFree);
+    return rlim_t(lowestFree) + kSpareDescriptors >= limit.rlim_cur;
+}
+} // namespace
 
 std::int64_t rawsocket::receive(std::intptr_t fd, char* into, std::int64_t max)
 {
@@ -42,6 +62,11 @@ void rawsocket::close(std::intptr_t fd)
 
 std::intptr_t rawsocket::accept(std::intptr_t listener, AcceptResult& result, std::string& why)
 {
+    if (fewDescriptorsLeft(int(listener))) {
+        result = AcceptResult::CannotAccept;
+        why = std::strerror(EMFILE);
+        return -1;
+    }
     for (;;) {
         const int fd = ::accept4(int(listener), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) {
