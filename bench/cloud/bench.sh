@@ -18,9 +18,9 @@ state="$work/state"
 bash "$here/../../tests/support/webdav.sh" up "$state" >/dev/null
 trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
       bash "$here/../../tests/support/webdav.sh" down "$state"; rm -rf "$work"' EXIT
-env() { sed -n "s/^$1=//p" "$state/webdav.env"; } # values may hold blanks
-DAV_URL=$(env DAV_URL); DAV_USER=$(env DAV_USER); DAV_PASSWORD=$(env DAV_PASSWORD)
-DAV_ROOT=$(env DAV_ROOT); DAV_HOME=$(env DAV_HOME)
+davenv() { sed -n "s/^$1=//p" "$state/webdav.env"; } # values may hold blanks
+DAV_URL=$(davenv DAV_URL); DAV_USER=$(davenv DAV_USER); DAV_PASSWORD=$(davenv DAV_PASSWORD)
+DAV_ROOT=$(davenv DAV_ROOT); DAV_HOME=$(davenv DAV_HOME)
 access="$DAV_HOME/logs/access.log"
 installation=quorvel-bench
 email=printer@example.org
