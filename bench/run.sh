@@ -2,8 +2,8 @@
 # Builds Quorvel in Release and runs every benchmark; each prints its
 # figures beside a reference measured in the same run, and one ROW line per
 # figure (see row() in bench/lib.sh). The run ends with one table of all rows
-# and the machine it ran on, written to bench/out/table.md and into the
-# README's benchmark section.
+# and the machine it ran on, written to bench/out/table.md and (for a run of
+# all of them) into the README's benchmark section.
 # bench/run.sh [NAME...]   (default: all of bench/*/bench.sh)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -39,9 +39,11 @@ table=bench/out/table.md
 } >"$table"
 echo
 cat "$table"
-# The README shows the latest table, between its two markers.
-awk -v t="$table" '
-    /<!-- bench-table -->/ { print; while ((getline l < t) > 0) print l; skip = 1; next }
-    /<!-- \/bench-table -->/ { skip = 0 }
-    !skip' README.md >bench/out/README.md && cp bench/out/README.md README.md
+# The README shows the latest table of a whole run, between its two markers.
+if [ $# -eq 0 ]; then
+    awk -v t="$table" '
+        /<!-- bench-table -->/ { print; while ((getline l < t) > 0) print l; skip = 1; next }
+        /<!-- \/bench-table -->/ { skip = 0 }
+        !skip' README.md >bench/out/README.md && cp bench/out/README.md README.md
+fi
 exit $status
