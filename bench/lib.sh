@@ -11,3 +11,15 @@ start_work() {
     pids=()
     trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; rm -rf "$work"' EXIT
 }
+
+# The row protocol: every benchmark prints one line per figure,
+#   ROW|benchmark|quorvel|reference|ratio|goal|met
+# (met is "yes" or "no"; no field holds "|"), and run.sh gathers them into one table.
+# row NAME QUORVEL REFERENCE RATIO OP LIMIT: met when RATIO OP LIMIT holds (OP is <= or >=).
+row() {
+    local ratio met=no goal
+    ratio=$(printf '%.2f' "$4")
+    [ "$(echo "$ratio $5 $6" | bc -l)" = 1 ] && met=yes
+    goal=$([ "$5" = ">=" ] && echo "≥ $6" || echo "≤ $6")
+    printf 'ROW|%s|%s|%s|%s|%s|%s\n' "$1" "$2" "$3" "$ratio" "$goal" "$met"
+}

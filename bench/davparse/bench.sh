@@ -42,3 +42,5 @@ echo "  listing parser (entries, dates):  $OURS ms"
 echo "  xmllint --stream --noout:         $LINT ms (process $LINT_FULL ms less start-up $LINT_START ms)"
 echo "  (same walk over QXmlStreamReader: $QT ms, for comparison)"
 echo "  ratio $RATIO (goal <= 2.00): $VERDICT"
+. "$(dirname "$0")/../lib.sh"
+row "WebDAV listing, $ENTRIES entries" "$OURS ms" "xmllint $LINT ms" "$RATIO" "<=" 2

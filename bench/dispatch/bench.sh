@@ -77,6 +77,10 @@ printf 'waiting: %d-page 600 dpi TIFF (tifflzw), best of %d runs\n' "$pages" "$t
 printf '  gs CPU time                : %7.3f s\n' "$best_gscpu"
 printf '  quorvel CPU time meanwhile : %7.4f s   %.2f %% of gs (goal <= 2 %%)\n' "$best_qcpu" "$pct"
 
+row "dispatch, $pages-page job to PDF" "$(printf '%.3f s' "$best_q")" \
+    "$(printf 'gs %.3f s' "$best_gs")" "$ratio1" "<=" 1.05
+row "CPU while a $pages-page TIFF converts" "$(printf '%.4f s' "$best_qcpu")" \
+    "$(printf 'gs %.3f s' "$best_gscpu")" "$(echo "$pct / 100" | bc -l)" "<=" 0.02
 ok=1
 [ "$(echo "$ratio1 <= 1.05" | bc -l)" = 1 ] || ok=0
 [ "$(echo "$pct <= 2" | bc -l)" = 1 ] || ok=0

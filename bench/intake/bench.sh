@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # TCP intake: streams a 512 MB job over loopback into a headless Quorvel and
-# into `nc -l` writing to /dev/null, same file, same run.
-# Goals: at least 0.9 of nc's rate; peak memory at most 1.2 x job + 64 MB.
+# into `nc -l` writing to /dev/null, same file, same run. Every Quorvel run is
+# a fresh process taking its first job (the slow case: memory never touched
+# before); nc runs in turn with it.
+# Goals: the worst Quorvel run at least 0.9 of nc's median rate; peak memory
+# at most 1.2 x job + 64 MB.
 set -euo pipefail
 build=$1
 bin="$build/src/quorvel"
 mb=${INTAKE_MB:-512}
-runs=${INTAKE_RUNS:-3}
+runs=${INTAKE_RUNS:-5}
 . "$(dirname "$0")/../lib.sh"
 start_work /dev/shm/quorvel-intake.XXXXXX
 
@@ -16,8 +19,10 @@ job="$work/job.ps"
     | head -c $((mb * 1024 * 1024)) > "$job" || true
 bytes=$(stat -c %s "$job")
 
-best_nc=
-for _ in $(seq "$runs"); do
+nc_times=()
+worst_q=
+peak_kb=0
+for i in $(seq "$runs"); do
     port=$(freeport)
     nc -l 127.0.0.1 "$port" > /dev/null &
     lp=$!
@@ -25,13 +30,8 @@ for _ in $(seq "$runs"); do
     t0=$(now)
     nc -N 127.0.0.1 "$port" < "$job"
     wait "$lp" || true
-    t=$(echo "$(now) - $t0" | bc -l)
-    best_nc=$(min "$best_nc" "$t")
-done
+    nc_times+=("$(echo "$(now) - $t0" | bc -l)")
 
-best_q=
-peak_kb=0
-for i in $(seq "$runs"); do
     port=$(freeport)
     folder="$work/q$i"
     mkdir -p "$folder"
@@ -51,19 +51,26 @@ for i in $(seq "$runs"); do
     kb=$(awk '/VmHWM/ {print $2}' /proc/$qp/status)
     kill "$qp"; wait "$qp" 2>/dev/null || true
     [ "$kb" -gt "$peak_kb" ] && peak_kb=$kb
-    best_q=$(min "$best_q" "$t")
+    printf '  run %d: nc %.2f s, quorvel %.2f s, peak %d MB\n' "$i" "${nc_times[-1]}" "$t" $((kb / 1024))
+    if [ -z "$worst_q" ] || [ "$(echo "$t > $worst_q" | bc -l)" = 1 ]; then worst_q=$t; fi
     rm -rf "$folder"
 done
+med_nc=$(median "${nc_times[@]}")
 
-rate_nc=$(echo "$bytes / 1048576 / $best_nc" | bc -l)
-rate_q=$(echo "$bytes / 1048576 / $best_q" | bc -l)
+rate_nc=$(echo "$bytes / 1048576 / $med_nc" | bc -l)
+rate_q=$(echo "$bytes / 1048576 / $worst_q" | bc -l)
 ratio=$(echo "$rate_q / $rate_nc" | bc -l)
 peak_mb=$(echo "$peak_kb / 1024" | bc -l)
 limit_mb=$(echo "1.2 * $bytes / 1048576 + 64" | bc -l)
-printf 'intake: %d MB job, best of %d runs\n' "$mb" "$runs"
-printf '  nc -l > /dev/null : %8.1f MB/s (%.2f s)\n' "$rate_nc" "$best_nc"
-printf '  quorvel --headless: %8.1f MB/s (%.2f s)   ratio %.2f (goal >= 0.90)\n' "$rate_q" "$best_q" "$ratio"
+printf 'intake: %d MB job, %d fresh processes\n' "$mb" "$runs"
+printf '  nc -l > /dev/null : %8.1f MB/s (%.2f s, median)\n' "$rate_nc" "$med_nc"
+printf '  quorvel --headless: %8.1f MB/s (%.2f s, worst)   ratio %.2f (goal >= 0.90)\n' \
+    "$rate_q" "$worst_q" "$ratio"
 printf '  quorvel peak RSS  : %8.1f MB            limit %.1f MB (1.2 x job + 64 MB)\n' "$peak_mb" "$limit_mb"
+row "TCP intake, $mb MB job, worst of $runs fresh processes" "$(printf '%.0f MB/s' "$rate_q")" \
+    "$(printf 'nc %.0f MB/s' "$rate_nc")" "$ratio" ">=" 0.9
+row "intake peak memory, $mb MB job" "$(printf '%.0f MB' "$peak_mb")" \
+    "$(printf 'limit %.0f MB' "$limit_mb")" "$(echo "$peak_mb / $limit_mb" | bc -l)" "<=" 1
 ok=1
 [ "$(echo "$ratio >= 0.9" | bc -l)" = 1 ] || ok=0
 [ "$(echo "$peak_mb <= $limit_mb" | bc -l)" = 1 ] || ok=0

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <exception>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -63,19 +64,33 @@ template <typename F> void RunGuarded(F&& body) noexcept
     }
 }
 
+// A failure caught by TryStep, to be reported later.
+struct PassedOver {
+    int number = 0;
+    QString description;
+};
+
+// Runs a step; a failure comes back instead of being reported.
+template <typename F> std::optional<PassedOver> TryStep(F&& step)
+{
+    try {
+        step();
+        return std::nullopt;
+    } catch (const RuntimeError& e) {
+        return PassedOver{e.number(), e.description()};
+    } catch (const std::exception& e) {
+        return PassedOver{51, QString::fromLocal8Bit(e.what())};
+    }
+}
+
 // Runs one step whose failure is passed over: the log says which error was
 // skipped and the caller goes on with its next step. False when it failed.
 template <typename F> bool ResumeNext(F&& step)
 {
-    try {
-        step();
-        return true;
-    } catch (const RuntimeError& e) {
-        ReportPassedOver(e.number(), e.description());
-    } catch (const std::exception& e) {
-        ReportPassedOver(51, QString::fromLocal8Bit(e.what()));
-    }
-    return false;
+    const std::optional<PassedOver> failure = TryStep(std::forward<F>(step));
+    if (failure)
+        ReportPassedOver(failure->number, failure->description);
+    return !failure;
 }
 
 // The steps of a routine: a failing step ends the routine until skipErrors

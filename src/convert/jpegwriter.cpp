@@ -22,20 +22,17 @@ void failed()
 }
 } // namespace
 
-bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
+EncodedJpeg EncodeJPG(const cDIBSection& image, int quality)
 {
+    EncodedJpeg out;
     std::unique_ptr<void, TjCloser> handle(tjInitCompress());
     if (!handle) {
-        // TurboJPEG gives no code when it cannot start; -1 stands for it.
-        MsgBox(QStringLiteral("Failed to initialise the IJL library: ") + QString::number(-1),
-               MsgIcon::Exclamation);
-        return false;
+        out.result = EncodedJpeg::Result::InitFailed;
+        return out;
     }
     const unsigned char* bits = image.DIBSectionBitsPtr();
-    if (!bits || image.Width() <= 0 || image.Height() <= 0) {
-        failed();
-        return false;
-    }
+    if (!bits || image.Width() <= 0 || image.Height() <= 0)
+        return out;
     unsigned char* jpeg = nullptr;
     unsigned long jpegSize = 0;
     // Rows are bottom row first, blue-green-red, padded to the buffer's pitch.
@@ -45,7 +42,22 @@ bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
         tjCompress2(handle.get(), bits, image.Width(), image.BytesPerScanLine(), image.Height(),
                     TJPF_BGR, &jpeg, &jpegSize, subsampling, quality, TJFLAG_BOTTOMUP);
     std::unique_ptr<unsigned char, TjFree> owned(jpeg);
-    if (result != 0 || !jpeg) {
+    if (result != 0 || !jpeg)
+        return out;
+    out.bytes = QByteArray(reinterpret_cast<const char*>(jpeg), qsizetype(jpegSize));
+    out.result = EncodedJpeg::Result::Ok;
+    return out;
+}
+
+bool WriteJPG(const EncodedJpeg& encoded, const QString& fileName)
+{
+    if (encoded.result == EncodedJpeg::Result::InitFailed) {
+        // TurboJPEG gives no code when it cannot start; -1 stands for it.
+        MsgBox(QStringLiteral("Failed to initialise the IJL library: ") + QString::number(-1),
+               MsgIcon::Exclamation);
+        return false;
+    }
+    if (encoded.result != EncodedJpeg::Result::Ok) {
         failed();
         return false;
     }
@@ -55,8 +67,7 @@ bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
         failed();
         return false;
     }
-    if (file.write(reinterpret_cast<const char*>(jpeg), qint64(jpegSize)) != qint64(jpegSize) ||
-        !file.flush()) {
+    if (file.write(encoded.bytes) != encoded.bytes.size() || !file.flush()) {
         file.close();
         file.remove();
         failed();
@@ -64,4 +75,9 @@ bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
     }
     file.close();
     return true;
+}
+
+bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
+{
+    return WriteJPG(EncodeJPG(image, quality), fileName);
 }

@@ -7,6 +7,7 @@
 #include "convert/conversion.h"
 #include "convert/currentprinter.h"
 #include "convert/imagefile.h"
+#include "convert/jpegpages.h"
 #include "convert/jpegwriter.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobfiles.h"
@@ -88,16 +89,5 @@ void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& ste
     }
     // From the first page on, a failing step is passed over to the end of the dispatch.
     step.skipErrors = true;
-    for (int page = 1; page <= frames; ++page) {
-        // "_00" is a fixed text, not a two-digit field: page 12 is _0012.jpg.
-        const QString number = QStringLiteral("00") + QString::number(page);
-        cDIBSection dib;
-        bool saved = false;
-        step([&] { image.setActiveFrame(page); });
-        step([&] { dib.CreateFromPicture(image.Picture()); });
-        step([&] { saved = SaveJPG(dib, prefix + u'_' + number + QStringLiteral(".jpg"), 95); });
-        // The message names the page without the underscore, as it always has.
-        if (!saved)
-            step([&] { failed(prefix + number + QStringLiteral(".jpg")); });
-    }
+    SaveJpegPages(image, frames, prefix, failed);
 }

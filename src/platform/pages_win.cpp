@@ -16,3 +16,18 @@ void pages::release(void* data, std::size_t)
 {
     std::free(data);
 }
+
+void* pages::reserve(std::size_t)
+{
+    return nullptr;
+}
+
+bool pages::commit(void*, std::size_t)
+{
+    return false;
+}
+
+bool pages::populate(void*, std::size_t)
+{
+    return false;
+}

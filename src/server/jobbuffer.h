@@ -2,14 +2,17 @@
 
 #include <QByteArray>
 #include <cstddef>
+#include <memory>
 
 // The one job buffer: all bytes received since the last dispatch, kept
 // exactly as they arrived (binary included). Appending is amortised O(1)
-// and a large job is never copied as it grows.
+// and a large job is never copied as it grows. Once a job has proved large,
+// another thread faults its next pages in ahead of the socket reads, so the
+// first large job of a process comes in as fast as the next ones.
 class JobBuffer
 {
 public:
-    JobBuffer() = default;
+    JobBuffer();
     JobBuffer(const JobBuffer&) = delete;
     JobBuffer& operator=(const JobBuffer&) = delete;
     ~JobBuffer();
@@ -36,7 +39,11 @@ public:
     bool holdsMoreThanBlanks() const;
 
 private:
+    class FaultAhead;
+
     char* m_data = nullptr;
     std::size_t m_size = 0;
-    std::size_t m_capacity = 0;
+    std::size_t m_capacity = 0; // usable bytes
+    std::size_t m_reserved = 0; // address space held, when the buffer lives in a reservation
+    std::unique_ptr<FaultAhead> m_ahead;
 };

@@ -220,9 +220,9 @@ private slots:
         QCOMPARE(w.lblConnections->text(), QStringLiteral("1"));
         const QString id = w.lastRequestId();
         QVERIFY(id.toLongLong() > 0); // the accepted socket's descriptor
-        // 1 MiB with every byte value is kept as it came.
+        // 8 MiB of every byte value (pages are faulted ahead past 4 MiB) is kept as it came.
         QByteArray payload("%!PS\n\0\r\n\xff\xfe", 10);
-        for (int round = 0; round < 4096; ++round)
+        for (int round = 0; round < 32768; ++round)
             for (int b = 0; b < 256; ++b)
                 payload.append(char((b * 7 + round) & 0xff));
         send(*c, payload);
