@@ -289,8 +289,7 @@ private slots:
         QTest::addColumn<QString>("header"); // item "N" of the answer's headers
         const auto row = [](const char* tag, const char* where, const Call& call,
                             const char* status, bool completes = true, const char* header = "") {
-            QTest::newRow(tag) << QString(where) << call << QString(status) << completes
-                               << QString(header);
+            QTest::newRow(tag) << where << call << status << completes << header;
         };
         using A = ThinDavApi;
         const Call putText = [](A& a, const QString& d) { a.PutFileText(d, "x", "text/plain"); };
@@ -414,8 +413,7 @@ private slots:
         const auto row = [](const char* tag, const char* where, const char* typed, const char* call,
                             int requests, const QStringList& outcome, const char* log,
                             const QByteArrayList& answers = {}) {
-            QTest::newRow(tag) << QString(where) << QString(typed) << QString(call) << requests
-                               << outcome << QString(log) << answers;
+            QTest::newRow(tag) << where << typed << call << requests << outcome << log << answers;
         };
         const QStringList found = {"User Id Found...%u", "ValidateUser:true"};
         const QStringList notFound = {"User Id Not Found...%u", "ValidateUser:false"};

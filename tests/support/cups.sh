@@ -8,11 +8,9 @@ MODE=${1:?up or down} STATE=${2:?state folder} ENVFILE=$2/cups.env
 
 stop() {
     [ -f "$ENVFILE" ] || return 0
-    local pid home pdfconf
-    pid=$(sed -n 's/^CUPS_PID=//p' "$ENVFILE")
-    home=$(sed -n 's/^CUPS_HOME=//p' "$ENVFILE")
-    pdfconf=$(sed -n 's/^CUPS_PDF_CONF=//p' "$ENVFILE")
-    stop_process "$pid"
+    local home pdfconf
+    home=$(sed -n 's/^CUPS_HOME=//p' "$ENVFILE") pdfconf=$(sed -n 's/^CUPS_PDF_CONF=//p' "$ENVFILE")
+    stop_process "$(sed -n 's/^CUPS_PID=//p' "$ENVFILE")"
     case "$pdfconf" in /etc/cups/cups-pdf-quorvel*.conf) rm -f "$pdfconf" ;; esac
     case "$home" in /tmp/quorvel-cups.*) rm -rf "$home" ;; esac
     rm -f "$ENVFILE"

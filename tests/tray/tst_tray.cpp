@@ -171,7 +171,6 @@ private slots:
     {
         TestServer s; // a private folder, settings and recorded messages
         qputenv("XDG_CONFIG_HOME", s.root.filePath("config").toUtf8());
-        std::vector<Message>& messages = s.messages;
         QStringList log;
         Log::setSink([&](const QString& line) { log << line; });
         QVERIFY(xtrayCommand("kill-trayer"));
@@ -227,15 +226,15 @@ private slots:
         QCOMPARE(entry.readAll(), "kept");
         form->ChkRun->click(); // unticking removes it
         QVERIFY(!entry.exists());
-        QVERIFY(messages.empty());
+        QVERIFY(s.messages.empty());
 
         // Adding twice is an error, shown in a critical box; the icon stays.
         QVERIFY(!form->ctlSysTrayBalloon1->SysTrayAddIcon());
         QVERIFY(form->ctlSysTrayBalloon1->isLoaded());
-        QCOMPARE(messages.size(), size_t(1));
-        QCOMPARE(messages[0].text, "(1) Erreur -1 - Icône standard non définie");
-        QCOMPARE(messages[0].title, "ctlSysTrayBalloon1, procédure \"SysTrayAddIcon\"");
-        QCOMPARE(messages[0].icon, MsgIcon::Critical);
+        QCOMPARE(s.messages.size(), size_t(1));
+        QCOMPARE(s.messages[0].text, "(1) Erreur -1 - Icône standard non définie");
+        QCOMPARE(s.messages[0].title, "ctlSysTrayBalloon1, procédure \"SysTrayAddIcon\"");
+        QCOMPARE(s.messages[0].icon, MsgIcon::Critical);
     }
 };
 
