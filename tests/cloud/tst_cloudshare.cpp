@@ -89,9 +89,7 @@ struct Completion {
 struct DavClient : ThinDavApi {
     DavClient(const QString& url, const QString& user, const QString& pw)
     {
-        setBaseUrl(url);
-        User = user;
-        PW = pw;
+        setBaseUrl(url), User = user, PW = pw;
         connect(this, &ThinDavApi::Complete, this, [this](int request) {
             static const QStringList names = QStringLiteral("Copy Delete GetDir GetFileBytes "
                                                             "GetFileLength GetFileText GetOptions "
@@ -113,8 +111,7 @@ struct DavClient : ThinDavApi {
 struct Uc : UcCloudSrvr {
     Uc(const QString& userId, const QString& serverId)
     {
-        setUcCloudUserId(userId);
-        setUcCloudServerId(serverId);
+        setUcCloudUserId(userId), setUcCloudServerId(serverId);
         // The servers sorted: their order is the share's own.
         connect(this, &UcCloudSrvr::ClientInfoReturn, this, [](QString& id, QString& list) {
             QStringList names = list.split(u',');
