@@ -1,21 +1,12 @@
 // Listing and date parsing under TZ=CET-1; listings in data/listings.txt (Apache's and made up).
 #include "cloud/davlisting.h"
-
-#include <QFile>
-#include <QTest>
+#include "testsupport.h"
 
 namespace
 {
 const QString kBase = QStringLiteral("http://127.0.0.1:30608/dav/");
 const QString kNoMultistatus = QStringLiteral("no \"multistatus\" found");
 
-QByteArray dataFile(const QString& name)
-{
-    QFile f(QStringLiteral(CLOUD_TEST_DATA "/") + name);
-    if (!f.open(QIODevice::ReadOnly))
-        qFatal("missing test data %s", qPrintable(name));
-    return f.readAll();
-}
 // The wall clock a date shows, whatever its zone; empty when invalid.
 QString wall(const QDateTime& t)
 {
@@ -100,7 +91,7 @@ private slots:
         QTest::addColumn<QByteArray>("xml");
         QTest::addColumn<QStringList>("expected");
         const QStringList cases =
-            QString::fromUtf8(dataFile(QStringLiteral("listings.txt"))).split("\n== ");
+            QString::fromUtf8(readFile(CLOUD_TEST_DATA "/listings.txt")).split("\n== ");
         QVERIFY(cases.size() > 1);
         for (const QString& c : cases.mid(1)) {
             const qsizetype eol = c.indexOf(u'\n'), end = c.indexOf("\n--\n");
@@ -108,7 +99,7 @@ private slots:
             QVERIFY2(eol > 0 && end >= eol, qPrintable(tag));
             const QByteArray doc = c.left(end).mid(eol + 1).toUtf8();
             QTest::newRow(qPrintable(tag.section(" < ", 0, 0)))
-                << (tag.contains(" < ") ? dataFile(tag.section(" < ", 1))
+                << (tag.contains(" < ") ? readFile(CLOUD_TEST_DATA "/" + tag.section(" < ", 1))
                                         : QByteArray::fromPercentEncoding(doc, '\\'))
                 << c.mid(end + 4).split(u'\n', Qt::SkipEmptyParts);
         }

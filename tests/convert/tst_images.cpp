@@ -1,14 +1,10 @@
 // DIB sections, the JPEG writer, Ghostscript's real TIFF pages (convert_pages), path folders.
-#include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "convert/cdibsection.h"
 #include "convert/imagefile.h"
 #include "convert/jpegwriter.h"
 #include "convert/printers.h"
-
-#include <QDir>
-#include <QTemporaryDir>
-#include <QTest>
+#include "testsupport.h"
 
 namespace
 {
@@ -172,8 +168,7 @@ private slots:
         for (int y = 0; y < size.height(); ++y)
             for (int x = 0; x < size.width(); ++x)
                 error += diff(back.pixel(x, y), source.pixel(x, y));
-        // On average; upside down, mirrored or with red for blue it is 20 and more off.
-        // Colour loses more, its colours being stored at half resolution.
+        // On average (flipped or red for blue: 20 and more); colour is stored at half resolution.
         QVERIFY2(error < (grey ? 4 : 40) * size.width() * size.height(), qPrintable(file));
         // A lower quality makes a smaller file; bytes that may be written make it colour.
         const qint64 high = QFileInfo(file).size();
@@ -251,14 +246,11 @@ private slots:
         QTest::newRow("missing") << "missing.tif" << 0;
         QTest::newRow("PostScript") << "job1.ps" << 0;
         // Ghostscript writes page after page: cut anywhere, the file is not complete.
-        QFile whole("tifflzw-3.tif");
-        QVERIFY(whole.open(QIODevice::ReadOnly));
-        const QByteArray tiff = whole.readAll();
+        const QByteArray tiff = readFile("tifflzw-3.tif");
         for (double part : {0.0, 0.2, 0.5, 0.9, 0.999}) {
-            QFile cut(m_dir.filePath(QString("cut%1.tif").arg(part)));
-            QVERIFY(cut.open(QIODevice::WriteOnly) &&
-                    cut.write(tiff.left(qsizetype(tiff.size() * part))) >= 0);
-            QTest::addRow("cut at %g", part) << cut.fileName() << 0;
+            const QString cut = m_dir.filePath(QString("cut%1.tif").arg(part));
+            QVERIFY(writeFile(cut, tiff.left(qsizetype(tiff.size() * part))));
+            QTest::addRow("cut at %g", part) << cut << 0;
         }
     }
     void tiffPages()

@@ -56,8 +56,7 @@ private slots:
         m_dir = std::make_unique<QTemporaryDir>();
         Paths::setProgramFolder(m_dir->path());
         SettingsStore::setFolder(m_dir->filePath("settings"));
-        m_log.clear();
-        m_shown.clear();
+        m_log.clear(), m_shown.clear();
         CurrentPrinter::Select(QPrinterInfo::printerInfo(m_pdf));
     }
     void cleanup() { CurrentPrinter::EndDoc(); }
@@ -71,10 +70,9 @@ private slots:
         const QStringList names = installedPrinterNames();
         const int pdf = names.indexOf(m_pdf), reject = names.indexOf(m_reject),
                   file = names.indexOf(m_file), next = file > 0 ? file - 1 : file + 1;
-        QCOMPARE(form->List2->count(), names.size());
+        QCOMPARE(rowTexts(form->List2), names);
         QCOMPARE(form->FG2->rowCount(), names.size());
         for (int i = 0; i < names.size(); ++i) {
-            QCOMPARE(form->List2->item(i)->text(), names[i]);
             QCOMPARE(form->FG2->item(i, 1)->text(), names[i]);
             QCOMPARE(form->printerTableName(i + 1), names[i]);
             QCOMPARE(status(*form, i), ""); // not checked yet
@@ -101,8 +99,7 @@ private slots:
         QTest::keyClick(list, next > file ? Qt::Key_Down : Qt::Key_Up);
         QCOMPARE(SettingsStore::get("Name"), list->item(next)->text());
 
-        // One check, a moment after the list was filled; a stopped queue is off-line
-        // too, once the printers are checked again.
+        // One check, a moment after the list was filled; a stopped queue is off-line at the next.
         QTRY_COMPARE_WITH_TIMEOUT(status(*form, reject), "True red", 5000);
         QVERIFY(status(*form, pdf) == "False green" && status(*form, file) == "False green");
         runTool("cupsdisable", {m_file});
@@ -190,8 +187,7 @@ private slots:
         const QString rejected = "Printer \"" + m_reject + "\" does not accept jobs";
         QVERIFY2(form.txtLog->text().contains(rejected), qPrintable(form.txtLog->text()));
 
-        // A document still open is printed when the event loop ends, as "Exit" or a
-        // termination signal ends it.
+        // A document still open is printed when the event loop ends ("Exit", a termination signal).
         before = m_cups.printed();
         form.SelectPrinterByName(m_pdf);
         QVERIFY(QFile::copy(m_pages + "tifflzw-1.tif", m_dir->filePath("File_261122_202020.tif")));

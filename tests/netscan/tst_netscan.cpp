@@ -1,5 +1,4 @@
-// The network scan: computer names cut out of "net view", one aligned address
-// line per name (empty when it does not resolve), the two lists in step.
+// Names cut out of "net view", an aligned address line per name (empty: unresolved), lists in step.
 #include "common/runtimeerror.h"
 #include "netscan/frmnetscan.h"
 #include "netscan/netviewparser.h"

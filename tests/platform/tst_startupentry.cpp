@@ -28,8 +28,7 @@ private slots:
 
     void entryReallyStartsTheProgram()
     {
-        // A folder with the characters the Exec quoting cares about ("%" is
-        // left out: GLib looks for the program before expanding "%%").
+        // The characters Exec quoting cares about; not "%": GLib looks for the program first.
         const QString folder = m_dir.filePath("Program Files/Q \"v\" $HOME `x` \\ end");
         QFile program(folder + "/quorvel"), started(m_dir.filePath("started"));
         QVERIFY(QDir().mkpath(folder) && program.open(QIODevice::WriteOnly));

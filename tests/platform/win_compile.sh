@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Compiles every Windows adapter (src/platform/*_win.cpp, found now, so new
-# files are covered) with the 32-bit mingw-w64 compiler, syntax only, without Qt.
-#   win_compile.sh SOURCE_DIR
+# Compiles every Windows adapter (src/platform/*_win.cpp, found now, so new files are covered)
+# with the 32-bit mingw-w64 compiler, syntax only, without Qt.   win_compile.sh SOURCE_DIR
 set -uo pipefail
 src=$1 cxx=i686-w64-mingw32-g++ failed=0
 command -v "$cxx" >/dev/null || { echo "$cxx is not installed (package mingw-w64)"; exit 1; }

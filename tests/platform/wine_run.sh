@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Links every Windows adapter (src/platform/*_win.cpp) without Qt into one
-# 64-bit program and runs it under wine64 in a private prefix, on the tray
-# fixture's display.   wine_run.sh SOURCE_DIR WORK_DIR STATE_DIR
+# Links every Windows adapter (src/platform/*_win.cpp) without Qt into one 64-bit program and runs
+# it under wine64 in a private prefix, on the tray fixture's display.   wine_run.sh SRC WORK STATE
 set -uo pipefail
 src=$1 work=$2 state=$3 cxx=x86_64-w64-mingw32-g++
 wine=$(command -v wine64 || echo /usr/lib/wine/wine64)

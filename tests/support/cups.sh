@@ -3,28 +3,20 @@
 # queues QuorvelPDF (cups-pdf, default), QuorvelFile and QuorvelReject (refuses jobs).
 # Usage: cups.sh up|down STATEDIR; "up" writes the keys below into STATEDIR/cups.env.
 set -u
-MODE=${1:?up or down}
-STATE=${2:?state folder}
-ENVFILE=$STATE/cups.env
-
+MODE=${1:?up or down} STATE=${2:?state folder} ENVFILE=$2/cups.env
 . "$(dirname "$0")/servicelib.sh"
 
 stop() {
     [ -f "$ENVFILE" ] || return 0
-    local pid home pdfconf
-    pid=$(sed -n 's/^CUPS_PID=//p' "$ENVFILE")
-    home=$(sed -n 's/^CUPS_HOME=//p' "$ENVFILE")
-    pdfconf=$(sed -n 's/^CUPS_PDF_CONF=//p' "$ENVFILE")
-    stop_process "$pid"
+    local home pdfconf
+    home=$(sed -n 's/^CUPS_HOME=//p' "$ENVFILE") pdfconf=$(sed -n 's/^CUPS_PDF_CONF=//p' "$ENVFILE")
+    stop_process "$(sed -n 's/^CUPS_PID=//p' "$ENVFILE")"
     case "$pdfconf" in /etc/cups/cups-pdf-quorvel*.conf) rm -f "$pdfconf" ;; esac
     case "$home" in /tmp/quorvel-cups.*) rm -rf "$home" ;; esac
     rm -f "$ENVFILE"
 }
 
-if [ "$MODE" = down ]; then
-    stop
-    exit 0
-fi
+[ "$MODE" = down ] && { stop; exit 0; }
 [ "$MODE" = up ] || { echo "usage: $0 up|down STATEDIR" >&2; exit 2; }
 
 mkdir -p "$STATE"
@@ -40,14 +32,7 @@ chmod 1770 "$HOME_DIR/spool/tmp"
 chmod 0770 "$HOME_DIR/cache"
 chmod 1777 "$HOME_DIR/pdf" "$HOME_DIR/file"
 SOCKET=$HOME_DIR/cups.sock
-
 sed "s|@HOME@|$HOME_DIR|g" "$(dirname "$0")/cups-files.conf.in" >"$HOME_DIR/conf/cups-files.conf"
-
-write_conf() {
-    sed -e "s|@SOCKET@|$SOCKET|g" -e "s|@PORT@|$1|g" "$(dirname "$0")/cupsd.conf.in" \
-        >"$HOME_DIR/conf/cupsd.conf"
-}
-
 # cups-pdf reads its settings only from /etc/cups/cups-pdf-NAME.conf.
 PDFCONF=/etc/cups/cups-pdf-$TAG.conf
 sed "s|@HOME@|$HOME_DIR|g" "$(dirname "$0")/cups-pdf.conf.in" >"$PDFCONF"
@@ -56,7 +41,8 @@ export CUPS_SERVER=$SOCKET
 for attempt in $(seq 20); do
     PORT=$((20000 + (RANDOM % 30000)))
     ss -Htln | awk '{print $4}' | grep -q ":$PORT\$" && continue
-    write_conf "$PORT"
+    sed -e "s|@SOCKET@|$SOCKET|g" -e "s|@PORT@|$PORT|g" "$(dirname "$0")/cupsd.conf.in" \
+        >"$HOME_DIR/conf/cupsd.conf"
     rm -f "$SOCKET"
     setsid /usr/sbin/cupsd -f -c "$HOME_DIR/conf/cupsd.conf" -s "$HOME_DIR/conf/cups-files.conf" </dev/null \
         >>"$HOME_DIR/logs/cupsd.out" 2>&1 &

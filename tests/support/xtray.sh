@@ -2,23 +2,11 @@
 # A private X display (Xvfb) with a tray host (trayer); "up" writes STATEDIR/xtray.env.
 # Usage: xtray.sh up|down|kill-trayer|start-trayer STATEDIR (the last two: the tray host only)
 set -euo pipefail
-cmd=$1
-state=$2
-dir="$state/xtray"
-envfile="$state/xtray.env"
+cmd=$1 dir=$2/xtray envfile=$2/xtray.env
 mkdir -p "$dir"
-
 . "$(dirname "$0")/servicelib.sh"
 
-pid_alive() { [ -n "${1:-}" ] && kill -0 "$1" 2>/dev/null; }
-
-stop_pid() {
-    local file=$1 pid
-    [ -f "$file" ] || return 0
-    pid=$(cat "$file")
-    stop_process "$pid"
-    rm -f "$file"
-}
+stop_pid() { [ -f "$1" ] || return 0; stop_process "$(cat "$1")"; rm -f "$1"; }
 
 write_env() {
     printf '%s\n' "DISPLAY=:$(cat "$dir/display")" "XVFB_PID=$(cat "$dir/xvfb.pid")" \
@@ -26,22 +14,18 @@ write_env() {
         "XTRAY_SCRIPT=$(readlink -f "$0")" >"$envfile"
 }
 
-tray_owner() {
-    # xprop cannot ask who owns _NET_SYSTEM_TRAY_S0, so look for trayer's window instead.
-    DISPLAY=":$(cat "$dir/display")" xwininfo -root -tree 2>/dev/null | grep -qi 'panel\|trayer'
-}
+# xprop cannot ask who owns _NET_SYSTEM_TRAY_S0, so look for trayer's window instead.
+tray_owner() { DISPLAY=":$(cat "$dir/display")" xwininfo -root -tree 2>/dev/null | grep -qi 'panel\|trayer'; }
 
 start_trayer() {
-    local display try
-    display=$(cat "$dir/display")
     # A busy machine may need several seconds; a tray host that died is started again.
-    for try in 1 2 3; do
-        DISPLAY=":$display" trayer --edge top --align right --widthtype request --height 32 \
+    for _ in 1 2 3; do
+        DISPLAY=":$(cat "$dir/display")" trayer --edge top --align right --widthtype request --height 32 \
             --SetDockType true --transparent false --tint 0xd0d0d0 >>"$dir/trayer.log" 2>&1 &
         echo $! >"$dir/trayer.pid"
         for _ in $(seq 300); do
             tray_owner && break
-            pid_alive "$(cat "$dir/trayer.pid")" || break
+            kill -0 "$(cat "$dir/trayer.pid")" 2>/dev/null || break
             sleep 0.1
         done
         tray_owner && break
@@ -57,10 +41,8 @@ up)
     stop_pid "$dir/trayer.pid"
     stop_pid "$dir/xvfb.pid"
     rm -f "$dir/display"
-    exec 5>"$dir/display"
-    Xvfb -displayfd 5 -screen 0 1024x768x24 -nolisten tcp >"$dir/xvfb.log" 2>&1 &
+    Xvfb -displayfd 5 -screen 0 1024x768x24 -nolisten tcp 5>"$dir/display" >"$dir/xvfb.log" 2>&1 &
     echo $! >"$dir/xvfb.pid"
-    exec 5>&-
     for _ in $(seq 100); do [ -s "$dir/display" ] && break; sleep 0.1; done
     [ -s "$dir/display" ] || { echo "Xvfb did not start"; cat "$dir/xvfb.log"; exit 1; }
     tr -d '\n ' <"$dir/display" >"$dir/display.tmp" && mv "$dir/display.tmp" "$dir/display"
@@ -69,21 +51,8 @@ up)
     start_trayer
     echo "Xvfb on :$(cat "$dir/display") with trayer $(cat "$dir/trayer.pid")"
     ;;
-kill-trayer)
-    stop_pid "$dir/trayer.pid"
-    write_env
-    ;;
-start-trayer)
-    stop_pid "$dir/trayer.pid"
-    start_trayer
-    ;;
-down)
-    stop_pid "$dir/trayer.pid"
-    stop_pid "$dir/xvfb.pid"
-    rm -f "$envfile" "$dir/display"
-    ;;
-*)
-    echo "usage: $0 up|down|kill-trayer|start-trayer STATEDIR" >&2
-    exit 2
-    ;;
+kill-trayer) stop_pid "$dir/trayer.pid"; write_env ;;
+start-trayer) stop_pid "$dir/trayer.pid"; start_trayer ;;
+down) stop_pid "$dir/trayer.pid"; stop_pid "$dir/xvfb.pid"; rm -f "$envfile" "$dir/display" ;;
+*) echo "usage: $0 up|down|kill-trayer|start-trayer STATEDIR" >&2; exit 2 ;;
 esac

@@ -11,8 +11,7 @@
 
 using T = ctlSysTrayBalloon;
 
-// Shared by both: a control whose every event is written down as one line:
-// "Click", "MouseDown(1)", "PgmError(Source,-1,text)".
+// Shared by both: a control whose events are written down: "MouseDown(1)", "PgmError(S,-1,text)".
 class TrayTest : public QObject
 {
     Q_OBJECT
@@ -36,22 +35,16 @@ protected slots:
         m_blink.setPixmap(QPixmap(":/tray/icons/quorvel_blink.png"));
         m_events.clear();
         m_tray = std::make_unique<T>();
-        const auto on = [this](auto signal, const char* name) {
+        const auto on = [this](auto signal) { // each event under the signal's name
+            const QString name = QMetaMethod::fromSignal(signal).name();
             connect(m_tray.get(), signal, this, [this, name](const auto&... a) {
                 const QStringList args = {QVariant(a).toString()...};
-                m_events << (args.isEmpty() ? name : name + ('(' + args.join(',') + ')'));
+                m_events << (args.isEmpty() ? name : name + '(' + args.join(',') + ')');
             });
         };
-        on(&T::MouseMove, "MouseMove");
-        on(&T::Click, "Click");
-        on(&T::DblClick, "DblClick");
-        on(&T::MouseDown, "MouseDown");
-        on(&T::MouseUp, "MouseUp");
-        on(&T::BalloonClosed, "BalloonClosed");
-        on(&T::BalloonClicked, "BalloonClicked");
-        on(&T::BalloonShow, "BalloonShow");
-        on(&T::BalloonTimeOut, "BalloonTimeOut");
-        on(&T::PgmError, "PgmError");
+        on(&T::MouseMove), on(&T::Click), on(&T::DblClick), on(&T::MouseDown), on(&T::MouseUp);
+        on(&T::BalloonClosed), on(&T::BalloonClicked), on(&T::BalloonShow), on(&T::PgmError);
+        on(&T::BalloonTimeOut);
     }
     void cleanup()
     {
@@ -135,9 +128,7 @@ private slots:
         QFETCH(QString, end);
         QFETCH(QString, event);
         QVERIFY(addIcon());
-        // Shown before the tray host places the icon, the balloon is moved
-        // then, which is no close. The timer's waits: it is the README's
-        // picture and must not end before it is taken.
+        // Shown before the icon is placed it moves later, no close; the timer's waits (README pic).
         QVERIFY(end != "timer" || shows(Standard, "tray_balloon_before"));
         QVERIFY(m_tray->BalloonTipShow("Quorvel", "Job File_261122_201500 printed", 1,
                                        end == "timer" ? 2500 : 60000));
@@ -175,13 +166,11 @@ private slots:
         QVERIFY(m_events.isEmpty());
     }
 
-    // The main window, started before the tray host: it loads and says so; the
-    // icon comes with the tray host, its menu and double click restore the window.
+    // Before the tray host the main window loads, says so; the icon's menu, double click show it.
     void hostWindow()
     {
         TestServer s; // a private folder, settings and recorded messages
         qputenv("XDG_CONFIG_HOME", s.root.filePath("config").toUtf8());
-        std::vector<Message>& messages = s.messages;
         QStringList log;
         Log::setSink([&](const QString& line) { log << line; });
         QVERIFY(xtrayCommand("kill-trayer"));
@@ -237,15 +226,15 @@ private slots:
         QCOMPARE(entry.readAll(), "kept");
         form->ChkRun->click(); // unticking removes it
         QVERIFY(!entry.exists());
-        QVERIFY(messages.empty());
+        QVERIFY(s.messages.empty());
 
         // Adding twice is an error, shown in a critical box; the icon stays.
         QVERIFY(!form->ctlSysTrayBalloon1->SysTrayAddIcon());
         QVERIFY(form->ctlSysTrayBalloon1->isLoaded());
-        QCOMPARE(messages.size(), size_t(1));
-        QCOMPARE(messages[0].text, "(1) Erreur -1 - Icône standard non définie");
-        QCOMPARE(messages[0].title, "ctlSysTrayBalloon1, procédure \"SysTrayAddIcon\"");
-        QCOMPARE(messages[0].icon, MsgIcon::Critical);
+        QCOMPARE(s.messages.size(), size_t(1));
+        QCOMPARE(s.messages[0].text, "(1) Erreur -1 - Icône standard non définie");
+        QCOMPARE(s.messages[0].title, "ctlSysTrayBalloon1, procédure \"SysTrayAddIcon\"");
+        QCOMPARE(s.messages[0].icon, MsgIcon::Critical);
     }
 };
 
