@@ -1,9 +1,12 @@
 #include "server/jobsocket.h"
 
+#include "common/log.h"
 #include "platform/rawsocket.h"
 #include "server/jobbuffer.h"
 
 #include <QHostAddress>
+
+#include <new>
 
 QString JobSocket::peerAddress(qintptr fd)
 {
@@ -47,7 +50,18 @@ qint64 JobSocket::GetData(JobBuffer& buffer)
 {
     qint64 total = 0;
     while (m_fd >= 0 && !m_peerClosed) {
-        char* tail = buffer.reserveTail(kReadChunk);
+        char* tail = nullptr;
+        try {
+            tail = buffer.reserveTail(kReadChunk);
+        } catch (const std::bad_alloc&) {
+            // Reading on would fail at every arrival: end the job with what is here.
+            Log::line(QStringLiteral("No memory for more of the job from %1 (%2 bytes received): "
+                                     "the connection is closed and the job ends there")
+                          .arg(m_remoteHostIP)
+                          .arg(buffer.size()));
+            m_peerClosed = true;
+            break;
+        }
         const qint64 n = rawsocket::receive(m_fd, tail, kReadChunk);
         if (n > 0) {
             buffer.commit(n);

@@ -30,6 +30,8 @@ private slots:
                              << "refused: 5 connections are open, the most allowed" << 3 << 9;
         QTest::newRow("blank flood") << QStringList() << "blanks"
                                      << "Only blanks received (67108864 bytes)" << 3 << 4;
+        QTest::newRow("no memory") << QStringList() << "memory"
+                                   << "No memory for more of the job from 127.0.0.1" << 1 << 2;
         QTest::newRow("allow elsewhere") << QStringList{"--allow", "10.0.0.0/8"} << ""
                                          << "Connection from 127.0.0.1 refused: not in the "
                                             "allowed networks (10.0.0.0/8)"
@@ -66,6 +68,17 @@ private slots:
         for (int i = 0; abuse == "blanks" && i < 3; ++i) {
             sendJob(q.port, QByteArray(64 << 20, ' '));
             QTRY_COMPARE_WITH_TIMEOUT(q.log().count(logged), i + 1, 20000);
+        }
+        if (abuse == "memory") { // the buffer cannot grow: the job ends there, no spinning
+#ifdef __SANITIZE_ADDRESS__
+            QSKIP("AddressSanitizer's shadow memory does not fit under an address-space limit");
+#endif
+            const QString limit = QString::number(statField(pid, 23) + (256 << 20));
+            QCOMPARE(QProcess::execute("prlimit", {"--pid", QString::number(pid), "--as=" + limit}),
+                     0);
+            sendJob(q.port, QByteArray(512 << 20, ' '));
+            QVERIFY(q.waitForLog(logged, 60000));
+            QVERIFY(q.waitForLog("Only blanks received"));
         }
         QCOMPARE_LT(statField(pid, 24) * 4, 150000); // resident kB: the blanks are gone
         if (abuse == "listen") // bound to 127.0.0.1 alone, with room for 200 clients at once
