@@ -3,9 +3,11 @@
 #include "common/int16.h"
 #include "common/log.h"
 #include "common/twips.h"
+#include "convert/conversion.h"
 #include "dispatch/job.h"
 #include "server/jobbuffer.h"
 #include "server/programids.h"
+#include "server/runoptions.h"
 
 #include <QByteArray>
 #include <QMap>
@@ -33,6 +35,8 @@ class ctlSysTrayBalloon;
 class UcCloudSrvr;
 class FrmClSrLst;
 class JobDispatcher;
+class JobQueue;
+
 
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
@@ -42,7 +46,7 @@ class frmMain : public QWidget
     Q_OBJECT
 public:
     explicit frmMain(quint16 port = 9100, ProgramIds ids = ProgramIds::load(),
-                     QWidget* parent = nullptr);
+                     QWidget* parent = nullptr, JobOptions options = {});
     ~frmMain() override;
 
     // --- start-up and window (frmmain.cpp) ---
@@ -56,6 +60,8 @@ public:
     const QString& fileName() const { return m_FileName; }
     const QString& ghostscriptPath() const { return m_GsPath; }
     const ProgramIds& programIds() const { return m_Ids; }
+    JobQueue* jobQueue() const { return m_JobQueue; } // null in the default mode
+    const GsLimits& ghostscriptLimits() const { return m_GsLimits; }
     // The Output box, read in one place: everything else branches on this.
     OutputChoice outputChoice() const;
 
@@ -98,7 +104,7 @@ public:
     void Command1_Click();
     void SavePSFile(const Job& job, const QByteArray& PSString);
     void DoChangeOption();
-    void DoConvertPs2PdfImage(const Job& job);
+    std::shared_ptr<const GsRun> DoConvertPs2PdfImage(const Job& job);
     void DoWait4FilePS2PDFCreated(const QString& FileName);
     bool IsFileTiffPDFLocked(const QString& FileName);
     void PrintTiff(const QString& TiffFilePath);
@@ -204,11 +210,14 @@ private:
     void restoreUserValidated();
     void loadCloudDestination();
     void startListening();
+    void settleJobOptions();
+    int newElementIndex() const; // frmmain_intake.cpp
     JobSocket* loadSocket(int index);
     void addStatus(const QString& text);
     void connectPrinterList(); // frmmain_printers.cpp
     JobDispatcher dispatcher();
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
+    void uploadToCloud(const Job& job, const QByteArray& bytes); // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
     void registrationEnded(bool found);                         // frmmain_cloud.cpp
     void fillPrinterGrid(QListWidget* ListControl);             // frmmain_printers.cpp
@@ -231,6 +240,11 @@ private:
     QString m_FileName;
     QString m_CloudClientUserId;
     QString m_CloudClientServerId;
+    JobOptions m_Options;
+    GsLimits m_GsLimits;
+    bool m_GsNeedsSafer = false;
+    JobQueue* m_JobQueue = nullptr; // --job-queue
+    bool m_Dispatched = false;      // a job has been named since start-up
     FrmClSrLst* m_FrmClSrLst = nullptr; // made at the first "Select Cloud Server"
 
     // intake state

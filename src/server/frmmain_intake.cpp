@@ -3,7 +3,9 @@
 // received goes into the one job buffer.
 #include "server/frmmain.h"
 
+#include "common/log.h"
 #include "common/runtimeerror.h"
+#include "dispatch/jobqueue.h"
 #include "server/jobsocket.h"
 #include "server/socketlistener.h"
 
@@ -82,12 +84,25 @@ void frmMain::Socket_ConnectionRequest(int Index, qintptr requestID)
     acceptConnection();
 }
 
+// The element a new connection is loaded as (after the count went up): the
+// design's rule, the connection count, which can hit a loaded element; with
+// --job-queue the lowest free one, so every connection gets its own.
+int frmMain::newElementIndex() const
+{
+    if (!m_JobQueue)
+        return m_ConnCount;
+    int index = 1;
+    while (m_Socket.count(index))
+        ++index;
+    return index;
+}
+
 void frmMain::acceptConnection()
 {
     ++m_ConnCount;
     lblConnections->setText(m_ConnCount.toString());
 
-    const int index = m_ConnCount;
+    const int index = newElementIndex();
     JobSocket* socket = loadSocket(index);
     // Events of an element that has been unloaded meanwhile are dropped.
     const auto isLoaded = [this, socket, index] {
@@ -107,7 +122,15 @@ void frmMain::acceptConnection()
 
 void frmMain::Socket_DataArrival(int Index, qint64 /*bytesTotal*/)
 {
-    m_Socket.at(Index)->GetData(m_JobBuffer);
+    JobSocket* socket = m_Socket.at(Index);
+    if (!m_JobQueue) {
+        socket->GetData(m_JobBuffer);
+        return;
+    }
+    socket->GetData(socket->buffer());
+    // Blanks before a job are nothing to keep: a blank flood costs no memory.
+    if (!socket->buffer().holdsMoreThanBlanks())
+        socket->buffer().clear();
 }
 
 void frmMain::Socket_Close(int Index)
@@ -116,6 +139,18 @@ void frmMain::Socket_Close(int Index)
     m_StatusText = QStringLiteral("Connection closed: ") + socket->RemoteHostIP();
     addStatus(m_StatusText);
 
+    if (m_JobQueue) {
+        if (socket->wasReset())
+            txtLog->append(QStringLiteral("Connection from %1 was reset before it closed: its "
+                                          "%2 bytes make no job")
+                               .arg(socket->RemoteHostIP())
+                               .arg(socket->buffer().size()));
+        else if (socket->buffer().holdsMoreThanBlanks())
+            m_JobQueue->add(socket->buffer().view(), socket->RemoteHostIP());
+        socket->buffer().clear();
+        unloadSocket(Index);
+        return;
+    }
     unloadSocket(Index);
     if (m_JobBuffer.holdsMoreThanBlanks())
         Command1_Click();
