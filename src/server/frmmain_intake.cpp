@@ -48,6 +48,7 @@ void frmMain::startListening()
         delete m_PendingRequest;
         m_PendingRequest = nullptr;
     });
+    m_Socket0->setListenBacklogSize(1024); // 200 clients connecting at once are all queued
     if (!m_Socket0->listen(QHostAddress::Any, localPort)) {
         const QString why = m_Socket0->errorString();
         const int code =
