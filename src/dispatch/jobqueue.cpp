@@ -171,8 +171,8 @@ void JobQueue::ended(const Job& job, const GsRun& run)
 
 void JobQueue::fail(const Job& job, const QString& why)
 {
-    if (QFileInfo(job.outputPath).size() == 0)
-        QFile::remove(job.outputPath); // only what was taken for it
+    if (!job.outputPath.isEmpty())
+        QFile::remove(job.outputPath); // made for this job only: no half output stays
     QString kept = QStringLiteral("(it could not be kept: the folder cannot be made)");
     if (EnsureFolder(failedFolder())) {
         const QString target =

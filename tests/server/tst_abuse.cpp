@@ -105,8 +105,8 @@ private slots:
             open.emplace_back(send(q.port, page("half open"), false));
             send(q.port, page("reset"), false, true);
             // 100 MB after the page, 1 MB every 50 ms.
-            slow.start("bash", {"-c", "printf '%s'; for i in $(seq 100); do yes '% padding' | head -c "
-                                      "1048576; sleep 0.05; done | nc -N 127.0.0.1 $1",
+            slow.start("bash", {"-c", "{ printf %s \"$1\"; for i in $(seq 100); do yes '% padding' | "
+                                      "head -c 1048576; sleep 0.05; done; } | nc -N 127.0.0.1 $2",
                                 "slow", page("slow client"), QString::number(q.port)});
             expected << "slow client";
             expected.sort();
@@ -121,7 +121,7 @@ private slots:
             q.process.waitForFinished();
             q.output.clear();
             QVERIFY(q.start({"--job-queue"}));
-            QVERIFY(q.log().contains("spooled jobs from an earlier run are queued"));
+            QVERIFY(q.waitForLog("spooled jobs from an earlier run are queued"));
         } else if (abuse == "limits") {
             send(q.port, "%!PS\n{} loop\n");
             send(q.port, "%!PS\n/l null def { /l [ l 65000 string ] def } loop\n");
@@ -140,13 +140,13 @@ private slots:
             QVERIFY(QDir(folder).removeRecursively());
             sendAll(3, 4);
             QVERIFY(q.waitForLog("was missing; it is made again"));
-            QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(folder).size(), 2, 30000);
+            QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(folder), clientTexts("client ", 4).mid(2), 30000);
             // Root writes into a read-only folder: a file in its place cannot be written by anyone.
             QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "not a folder"));
             sendAll(5, 6);
             QVERIFY(q.waitForLog("cannot be written"));
             QFile::remove(folder);
-            expected = QStringList{"client 3", "client 4", "client 5", "client 6", "still answering"};
+            expected = QStringList{"client 5", "client 6", "still answering"};
         } else {
             sendAll(1, jobs);
         }
