@@ -60,8 +60,6 @@ public:
     const QString& fileName() const { return m_FileName; }
     const QString& ghostscriptPath() const { return m_GsPath; }
     const ProgramIds& programIds() const { return m_Ids; }
-    JobQueue* jobQueue() const { return m_JobQueue; } // null in the default mode
-    const GsLimits& ghostscriptLimits() const { return m_GsLimits; }
     // The Output box, read in one place: everything else branches on this.
     OutputChoice outputChoice() const;
 

@@ -175,6 +175,17 @@ private slots:
             QVERIFY(!QFileInfo::exists(outside + "-new"));
         }
     }
+    void ghostscriptLimitsInDefaultMode()
+    {
+        HeadlessQuorvel q;
+        QVERIFY(q.start({"--gs-wall-seconds", "2"}));
+        send(q.port, "%!PS\n{} loop\n");
+        QVERIFY(q.waitForLog("ran past its time limit of 2 s", 20000));
+        QVERIFY(q.waitForLog(" is lost: "));
+        send(q.port, page("still answering"));
+        QTRY_VERIFY_WITH_TIMEOUT(pdfTexts(q.jobFolder()).contains("still answering"), 30000);
+        QTRY_VERIFY(QDir(q.jobFolder()).entryList({"*.ps"}).isEmpty());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestAbuse)
