@@ -91,10 +91,9 @@ QString failureOf(const GsRun& run, const GsLimits& limits, bool timedOut, int e
         return QStringLiteral("it ran past its CPU time limit of %1 s and was stopped")
             .arg(limits.cpuSeconds);
     if (printed.contains("VMerror"))
-        return limits.memoryMB > 0
-                   ? QStringLiteral("it needed more than its memory limit of %1 MB")
-                         .arg(limits.memoryMB)
-                   : QStringLiteral("it ran out of memory");
+        return limits.memoryMB > 0 ? QStringLiteral("it needed more than its memory limit of %1 MB")
+                                         .arg(limits.memoryMB)
+                                   : QStringLiteral("it ran out of memory");
     if (status != QProcess::NormalExit)
         return QStringLiteral("Ghostscript crashed");
     if (QFileInfo(run.outputPath).size() <= 0)

@@ -92,7 +92,8 @@ void JobDispatcher::print(const Job& job, const std::function<bool()>& failed) c
     CurrentPrinter::SelectByName(m_host.printer);
     WaitForFileCreated(job.outputPath, failed);
     if (failed())
-        m_host.log(QStringLiteral("Print job %1 is lost: Ghostscript made no pages").arg(job.baseName));
+        m_host.log(
+            QStringLiteral("Print job %1 is lost: Ghostscript made no pages").arg(job.baseName));
     else
         PrintTiffPages(job.outputPath, m_host.log);
     CurrentPrinter::SelectByName(previous);

@@ -1,9 +1,9 @@
 #include "dispatch/jobfiles.h"
 
 #include "common/doevents.h"
-#include "common/runtimeerror.h"
 #include "common/log.h"
 #include "common/paths.h"
+#include "common/runtimeerror.h"
 #include "platform/filelock.h"
 #include "platform/safefile.h"
 
@@ -75,16 +75,16 @@ void SaveJobFile(const QString& path, const QByteArray& bytes)
                                  "in its place")
                       .arg(QDir::toNativeSeparators(path)));
     QString why;
-    switch (safefile::write(path, {bytes, QByteArrayView(kLineEnd)}, safefile::Mode::Replace,
-                            &why)) {
+    switch (
+        safefile::write(path, {bytes, QByteArrayView(kLineEnd)}, safefile::Mode::Replace, &why)) {
     case safefile::Result::Written:
         return;
     case safefile::Result::Taken:
     case safefile::Result::Failed:
         if (!QFileInfo::exists(path))
-            RaiseError(rt::PathNotFound,
-                       QStringLiteral("Path not found: %1 (%2)")
-                           .arg(QDir::toNativeSeparators(path), why));
+            RaiseError(
+                rt::PathNotFound,
+                QStringLiteral("Path not found: %1 (%2)").arg(QDir::toNativeSeparators(path), why));
         RaiseError(rt::PermissionDenied, QStringLiteral("Cannot write %1 (%2)").arg(path, why));
     }
 }

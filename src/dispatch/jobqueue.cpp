@@ -80,13 +80,13 @@ void JobQueue::add(QByteArrayView bytes, const QString& from)
 int JobQueue::resume()
 {
     QDir().mkpath(spoolFolder());
-    const QStringList names = QDir(spoolFolder()).entryList({QStringLiteral("*.ps")},
-                                                            QDir::Files, QDir::Name);
+    const QStringList names =
+        QDir(spoolFolder()).entryList({QStringLiteral("*.ps")}, QDir::Files, QDir::Name);
     for (const QString& name : names)
         m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool")});
     if (!names.isEmpty())
-        m_host.log(QStringLiteral("%1 spooled jobs from an earlier run are queued")
-                       .arg(names.size()));
+        m_host.log(
+            QStringLiteral("%1 spooled jobs from an earlier run are queued").arg(names.size()));
     schedule();
     return int(names.size());
 }
@@ -175,9 +175,8 @@ void JobQueue::fail(const Job& job, const QString& why)
         QFile::remove(job.outputPath); // made for this job only: no half output stays
     QString kept = QStringLiteral("(it could not be kept: the folder cannot be made)");
     if (EnsureFolder(failedFolder())) {
-        const QString target =
-            Paths::join(failedFolder(), FreeJobName(failedFolder(), job.baseName) +
-                                            QStringLiteral(".ps"));
+        const QString target = Paths::join(
+            failedFolder(), FreeJobName(failedFolder(), job.baseName) + QStringLiteral(".ps"));
         kept = QFile::rename(job.psPath, target)
                    ? QStringLiteral("its PostScript is kept as %1")
                          .arg(QDir::toNativeSeparators(target))

@@ -21,8 +21,8 @@ public:
         std::function<JobDispatcher()> dispatcher; // the road, as the window is set now
         std::function<OutputChoice()> choice;
         std::function<void(const QString&)> log;
-        std::function<void(const Job&, const QByteArray&)> upload;   // the cloud branch
-        std::function<void(const Job&, const QString&)> shown;      // the job and its command line
+        std::function<void(const Job&, const QByteArray&)> upload; // the cloud branch
+        std::function<void(const Job&, const QString&)> shown;     // the job and its command line
     };
     JobQueue(const QString& jobFolder, Host host, QObject* parent = nullptr);
 

@@ -34,8 +34,8 @@ safefile::Result safefile::write(const QString& path, std::initializer_list<QByt
     const QByteArray name = QFile::encodeName(path);
     if (mode == Mode::Replace && isLink(path))
         ::unlink(name.constData());
-    const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC |
-                      (mode == Mode::Exclusive ? O_EXCL : O_TRUNC);
+    const int flags =
+        O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | (mode == Mode::Exclusive ? O_EXCL : O_TRUNC);
     const int fd = ::open(name.constData(), flags, 0644);
     if (fd < 0) {
         const bool isTaken = errno == EEXIST || errno == ELOOP;

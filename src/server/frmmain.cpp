@@ -333,8 +333,8 @@ void frmMain::settleJobOptions()
                            .arg(version));
 
     const QString word = SettingsStore::get(QStringLiteral("JobQueue")).trimmed().toLower();
-    const bool fromSetting = word == QLatin1String("1") || word == QLatin1String("true") ||
-                             word == QLatin1String("yes");
+    const bool fromSetting =
+        word == QLatin1String("1") || word == QLatin1String("true") || word == QLatin1String("yes");
     if (!m_Options.jobQueue.value_or(fromSetting))
         return;
     const QString folder = Paths::ensureJobFolder();

@@ -37,7 +37,6 @@ class FrmClSrLst;
 class JobDispatcher;
 class JobQueue;
 
-
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
 // frmmain*.cpp files.
@@ -208,6 +207,8 @@ private:
     void restoreUserValidated();
     void loadCloudDestination();
     void startListening();
+    // frmmain_cloud.cpp: a job's own bytes to the chosen cloud server.
+    void uploadToCloud(const Job& job, const QByteArray& bytes);
     void settleJobOptions();
     int newElementIndex() const; // frmmain_intake.cpp
     JobSocket* loadSocket(int index);
@@ -215,7 +216,6 @@ private:
     void connectPrinterList(); // frmmain_printers.cpp
     JobDispatcher dispatcher();
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
-    void uploadToCloud(const Job& job, const QByteArray& bytes); // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
     void registrationEnded(bool found);                         // frmmain_cloud.cpp
     void fillPrinterGrid(QListWidget* ListControl);             // frmmain_printers.cpp
@@ -241,8 +241,8 @@ private:
     JobOptions m_Options;
     GsLimits m_GsLimits;
     bool m_GsNeedsSafer = false;
-    JobQueue* m_JobQueue = nullptr; // --job-queue
-    bool m_Dispatched = false;      // a job has been named since start-up
+    JobQueue* m_JobQueue = nullptr;     // --job-queue
+    bool m_Dispatched = false;          // a job has been named since start-up
     FrmClSrLst* m_FrmClSrLst = nullptr; // made at the first "Select Cloud Server"
 
     // intake state

@@ -41,7 +41,8 @@ QTcpSocket* send(quint16 port, const QByteArray& bytes, bool close = true, bool 
 QStringList pdfTexts(const QString& folder)
 {
     QStringList texts;
-    for (const QFileInfo& f : QDir(folder).entryInfoList({"*.pdf"}, QDir::Files | QDir::NoSymLinks)) {
+    for (const QFileInfo& f :
+         QDir(folder).entryInfoList({"*.pdf"}, QDir::Files | QDir::NoSymLinks)) {
         QProcess p;
         p.start("pdftotext", {f.filePath(), "-"});
         p.waitForFinished(30000);
@@ -105,8 +106,9 @@ private slots:
             open.emplace_back(send(q.port, page("half open"), false));
             send(q.port, page("reset"), false, true);
             // 100 MB after the page, 1 MB every 50 ms.
-            slow.start("bash", {"-c", "{ printf %s \"$1\"; for i in $(seq 100); do yes '% padding' | "
-                                      "head -c 1048576; sleep 0.05; done; } | nc -N 127.0.0.1 $2",
+            slow.start("bash", {"-c",
+                                "{ printf %s \"$1\"; for i in $(seq 100); do yes '% padding' | "
+                                "head -c 1048576; sleep 0.05; done; } | nc -N 127.0.0.1 $2",
                                 "slow", page("slow client"), QString::number(q.port)});
             expected << "slow client";
             expected.sort();
@@ -129,7 +131,8 @@ private slots:
         } else if (abuse == "links") {
             writeFile(outside + "-kept", "outside");
             for (int s = 0; s < 40; ++s) {
-                const QString base = "File_" + QDateTime::currentDateTime().addSecs(s).toString("yyMMdd_hhmmss");
+                const QString base =
+                    "File_" + QDateTime::currentDateTime().addSecs(s).toString("yyMMdd_hhmmss");
                 QFile::link(outside + "-kept", folder + "/" + base + ".pdf");
                 QFile::link(outside + "-new", folder + "/" + base + "_2.pdf");
             }
