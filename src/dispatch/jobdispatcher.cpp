@@ -44,8 +44,8 @@ std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
                        .arg(QDir::toNativeSeparators(job.outputPath)));
         QFile::remove(job.outputPath);
     }
-    return StartGhostscript(line, {job.baseName, job.outputPath}, m_host.limits, m_host.log,
-                            m_host.owner, std::move(done));
+    return StartGhostscript(line, {job.baseName, job.outputPath, false, {}}, m_host.limits,
+                            m_host.log, m_host.owner, std::move(done));
 }
 
 void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
