@@ -29,7 +29,7 @@ int main(int argc, char* argv[])
         Log::line(
             QStringLiteral("Quorvel runs headless; jobs are kept in %1").arg(Paths::jobFolder()));
 
-    frmMain window(options.listen, ProgramIds::load());
+    frmMain window(options.listen, ProgramIds::load(), nullptr, options.jobs);
     options.apply(window);
     if (options.headless && !window.isListening())
         return 1;

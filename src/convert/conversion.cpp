@@ -3,6 +3,7 @@
 #include "common/doevents.h"
 #include "common/runtimeerror.h"
 #include "platform/filelock.h"
+#include "platform/ghostscript.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -76,8 +77,37 @@ void logFailure(const std::function<void(const QString&)>& log, const QString& t
 }
 } // namespace
 
-void StartGhostscript(const QString& commandLine, const QString& outputPath,
-                      const std::function<void(const QString&)>& log, QObject* owner)
+namespace
+{
+// Why a run that has ended gave no usable output; empty when it did.
+QString failureOf(const GsRun& run, const GsLimits& limits, bool timedOut, int exitCode,
+                  QProcess::ExitStatus status, const QByteArray& printed)
+{
+    if (timedOut)
+        return QStringLiteral("it ran past its time limit of %1 s and was stopped")
+            .arg(limits.wallSeconds);
+    if (status != QProcess::NormalExit && limits.cpuSeconds > 0 &&
+        (exitCode == cpuLimitSignal() || exitCode == 9))
+        return QStringLiteral("it ran past its CPU time limit of %1 s and was stopped")
+            .arg(limits.cpuSeconds);
+    if (printed.contains("VMerror"))
+        return limits.memoryMB > 0 ? QStringLiteral("it needed more than its memory limit of %1 MB")
+                                         .arg(limits.memoryMB)
+                                   : QStringLiteral("it ran out of memory");
+    if (status != QProcess::NormalExit)
+        return QStringLiteral("Ghostscript crashed");
+    if (QFileInfo(run.outputPath).size() <= 0)
+        return QStringLiteral("Ghostscript ended without making %1")
+            .arg(QDir::toNativeSeparators(run.outputPath));
+    return QString();
+}
+} // namespace
+
+std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const GsRun& run,
+                                              const GsLimits& limits,
+                                              const std::function<void(const QString&)>& log,
+                                              QObject* owner,
+                                              std::function<void(const GsRun&)> done)
 {
     // The line shown is the line that runs.
     QStringList args = QProcess::splitCommand(commandLine);
@@ -107,22 +137,45 @@ void StartGhostscript(const QString& commandLine, const QString& outputPath,
         a->startupInfo->dwFlags |= STARTF_USESHOWWINDOW;
         a->startupInfo->wShowWindow = SW_SHOWMINIMIZED;
     });
+#else
+    if (limits.cpuSeconds > 0 || limits.memoryMB > 0)
+        gs->setChildProcessModifier([cpu = limits.cpuSeconds, memory = limits.memoryMB] {
+            limitGhostscriptChild(cpu, memory);
+        });
 #endif
+    auto state = std::make_shared<GsRun>(run);
     auto printed = std::make_shared<QByteArray>();
     QObject::connect(gs, &QProcess::readyReadStandardOutput, gs, [gs, printed] {
         const QByteArray chunk = gs->readAllStandardOutput();
         if (printed->size() < kKeptOutput)
             printed->append(chunk.left(kKeptOutput - printed->size()));
     });
+    auto timedOut = std::make_shared<bool>(false);
+    if (limits.wallSeconds > 0) {
+        auto* wall = new QTimer(gs);
+        wall->setSingleShot(true);
+        QObject::connect(wall, &QTimer::timeout, gs, [gs, timedOut] {
+            *timedOut = true;
+            gs->kill();
+        });
+        wall->start(std::chrono::seconds(limits.wallSeconds));
+    }
     // In the owner's context: a run ended with its owner logs nothing.
     QObject::connect(
         gs, &QProcess::finished, owner,
-        [log, gs, printed, tmp, outputPath](int exitCode, QProcess::ExitStatus status) {
+        [log, gs, printed, tmp, state, limits, timedOut, done](int exitCode,
+                                                               QProcess::ExitStatus status) {
             printed->append(gs->readAllStandardOutput().left(kKeptOutput - printed->size()));
             if (status != QProcess::NormalExit || exitCode != 0)
-                logFailure(log, outputPath, exitCode, status, *printed);
+                logFailure(log, state->outputPath, exitCode, status, *printed);
+            state->failure = failureOf(*state, limits, *timedOut, exitCode, status, *printed);
+            state->ended = true;
+            if (!state->failure.isEmpty())
+                log(QStringLiteral("Ghostscript on job %1: %2").arg(state->job, state->failure));
             gs->deleteLater();
             tmp->remove();
+            if (done)
+                done(*state);
             // The output is complete now: two quick events let a
             // waiting dispatch's two yields return and look again at once.
             QTimer::singleShot(0, qApp, [] { QTimer::singleShot(0, qApp, [] {}); });
@@ -134,13 +187,40 @@ void StartGhostscript(const QString& commandLine, const QString& outputPath,
         gs->deleteLater();
         RaiseError(rt::FileNotFound, QStringLiteral("File not found: %1 (%2)").arg(program, why));
     }
+    return state;
 }
 
-void WaitForFileCreated(const QString& fileName)
+QString GhostscriptVersion(const QString& gsPath)
+{
+    QProcess gs;
+    gs.start(gsPath, {QStringLiteral("--version")});
+    if (!gs.waitForFinished(10000))
+        return QString();
+    return QString::fromLatin1(gs.readAllStandardOutput()).trimmed();
+}
+
+bool GhostscriptNeedsSafer(const QString& version)
+{
+    const QStringList parts = version.split(u'.');
+    bool ok = false;
+    const int major = parts.value(0).toInt(&ok);
+    if (!ok)
+        return false; // unknown: the command line stays as it is
+    return major < 9 || (major == 9 && parts.value(1).toInt() < 50);
+}
+
+QString WithSafer(const QString& commandLine)
+{
+    // After the quoted program, which always comes first.
+    const qsizetype end = commandLine.indexOf(u'"', 1);
+    return commandLine.left(end + 1) + QStringLiteral(" -dSAFER") + commandLine.mid(end + 1);
+}
+
+void WaitForFileCreated(const QString& fileName, const std::function<bool()>& givenUp)
 {
     waitUntil([&] {
         const QFileInfo fi(fileName);
-        return fi.exists() && fi.isFile() && !fi.isHidden();
+        return (fi.exists() && fi.isFile() && !fi.isHidden()) || (givenUp && givenUp());
     });
     DoEvents();
     DoEvents();

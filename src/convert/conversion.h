@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <functional>
+#include <memory>
 
 class QObject;
 
@@ -18,16 +19,44 @@ enum class GsOutput {
 QString GhostscriptCommandLine(GsOutput output, const QString& gsPath, const QString& outputPath,
                                const QString& psPath);
 
-// Starts the command line without waiting for it; the conversion is watched
-// through its output file. A run that fails puts its exit code and what
-// Ghostscript printed into log. The run is ended with owner. Raises run-time
-// error 53 when Ghostscript cannot start.
-void StartGhostscript(const QString& commandLine, const QString& outputPath,
-                      const std::function<void(const QString&)>& log, QObject* owner);
+// The limits a Ghostscript run works under; 0 is no limit. The defaults let
+// a 200-page 600 dpi colour job convert on a slow machine.
+struct GsLimits {
+    int cpuSeconds = 600;
+    int memoryMB = 2048;
+    int wallSeconds = 1200;
+};
+
+// One Ghostscript run, as far as it has gone.
+struct GsRun {
+    QString job; // the job's name, for the log
+    QString outputPath;
+    bool ended = false;
+    QString failure; // once ended: why the output is missing or cannot count, else empty
+};
+
+// Starts the command line without waiting for it, under limits. A run that
+// fails puts its exit code and what Ghostscript printed into log; one that
+// hits a limit says which, with the job's name. done (optional) is called
+// once it has ended. The run is ended with owner. Raises run-time error 53
+// when Ghostscript cannot start.
+std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const GsRun& run,
+                                              const GsLimits& limits,
+                                              const std::function<void(const QString&)>& log,
+                                              QObject* owner,
+                                              std::function<void(const GsRun&)> done = {});
+
+// The version Ghostscript reports ("10.00.0"), empty when it does not answer.
+QString GhostscriptVersion(const QString& gsPath);
+// Older than 9.50 a run is not safe by default: its command line needs -dSAFER.
+bool GhostscriptNeedsSafer(const QString& version);
+// The command line with -dSAFER after the program.
+QString WithSafer(const QString& commandLine);
 
 // Waits until the file is there, then one second more: Ghostscript has only
 // just created it and goes on writing.
-void WaitForFileCreated(const QString& fileName);
+// givenUp (optional) ends the wait early: the run that makes the file has ended.
+void WaitForFileCreated(const QString& fileName, const std::function<bool()>& givenUp = {});
 
 // True while the file cannot be had whole: missing, empty, held open by
 // another process, or unreadable.

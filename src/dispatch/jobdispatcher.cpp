@@ -11,6 +11,10 @@
 #include "convert/jpegwriter.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobfiles.h"
+#include "platform/safefile.h"
+
+#include <QDir>
+#include <QFile>
 
 JobDispatcher::JobDispatcher(Host host) : m_host(std::move(host)) {}
 
@@ -22,32 +26,55 @@ void JobDispatcher::save(const Job& job, const QByteArray& bytes) const
 QString JobDispatcher::commandLine(const Job& job) const
 {
     const auto output = job.choice.gsOutput();
-    return output ? GhostscriptCommandLine(*output, m_host.gsPath, job.outputPath, job.psPath)
-                  : QString();
+    if (!output)
+        return QString();
+    const QString line = GhostscriptCommandLine(*output, m_host.gsPath, job.outputPath, job.psPath);
+    return m_host.safer ? WithSafer(line) : line;
 }
 
-void JobDispatcher::convert(const Job& job) const
+std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
+                                                    std::function<void(const GsRun&)> done) const
 {
     const QString line = commandLine(job);
-    if (!line.isEmpty())
-        StartGhostscript(line, job.outputPath, m_host.log, m_host.owner);
+    if (line.isEmpty())
+        return {};
+    // Ghostscript writes where it is told: a link planted under the output's name goes first.
+    if (safefile::isLink(job.outputPath.toStdWString())) {
+        m_host.log(QStringLiteral("%1 was a symbolic link; it is removed before Ghostscript "
+                                  "writes there")
+                       .arg(QDir::toNativeSeparators(job.outputPath)));
+        QFile::remove(job.outputPath);
+    }
+    return StartGhostscript(line, {job.baseName, job.outputPath, false, {}}, m_host.limits,
+                            m_host.log, m_host.owner, std::move(done));
 }
 
-void JobDispatcher::complete(const Job& job) const
+void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
 {
     using Action = OutputChoice::Action;
+    // True once the run has ended without usable output: no wait can end then.
+    const auto failed = [&] { return run && run->ended && !run->failure.isEmpty(); };
+    const auto lost = [&] {
+        if (!failed())
+            return false;
+        m_host.log(QStringLiteral("Job %1 is lost: %2").arg(job.baseName, run->failure));
+        return true;
+    };
     Steps step;
     switch (job.choice.action) {
     case Action::Print:
-        print(job);
+        print(job, failed);
         break;
     case Action::Pdf:
         // A missing file counts as locked too: this waits for the whole PDF.
-        waitUntil([&] { return !IsFileLocked(job.outputPath); });
+        waitUntil([&] { return !IsFileLocked(job.outputPath) || failed(); });
+        lost();
         break;
     case Action::Image: {
         ImageFile image;
-        waitUntil([&] { return TiffLoad(image, job.outputPath); });
+        waitUntil([&] { return TiffLoad(image, job.outputPath) || failed(); });
+        if (lost())
+            break;
         if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
             exportJpegPages(image, job, step);
             step([&] { WipeUntilDone(job.outputPath); });
@@ -60,12 +87,16 @@ void JobDispatcher::complete(const Job& job) const
     step([&] { WipeUntilDone(job.psPath); });
 }
 
-void JobDispatcher::print(const Job& job) const
+void JobDispatcher::print(const Job& job, const std::function<bool()>& failed) const
 {
     const QString previous = CurrentPrinter::DeviceName();
     CurrentPrinter::SelectByName(m_host.printer);
-    WaitForFileCreated(job.outputPath);
-    PrintTiffPages(job.outputPath, m_host.log);
+    WaitForFileCreated(job.outputPath, failed);
+    if (failed())
+        m_host.log(
+            QStringLiteral("Print job %1 is lost: Ghostscript made no pages").arg(job.baseName));
+    else
+        PrintTiffPages(job.outputPath, m_host.log);
     CurrentPrinter::SelectByName(previous);
     WipeUntilDone(job.outputPath);
 }

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QString>
 #include <functional>
+#include <memory>
 
 class ImageFile;
 class QObject;
@@ -23,6 +24,8 @@ public:
         QString printer; // where print jobs go
         std::function<void(const QString&)> log;
         QObject* owner = nullptr; // Ghostscript runs end with it
+        GsLimits limits;
+        bool safer = false; // an old Ghostscript: -dSAFER is added
     };
     explicit JobDispatcher(Host host);
 
@@ -30,14 +33,16 @@ public:
     void save(const Job& job, const QByteArray& bytes) const;
     // The line that converts the job; empty when nothing is converted.
     QString commandLine(const Job& job) const;
-    // Starts Ghostscript on the saved job, without waiting.
-    void convert(const Job& job) const;
+    // Starts Ghostscript on the saved job, without waiting; done is called when it has ended.
+    std::shared_ptr<const GsRun> convert(const Job& job,
+                                         std::function<void(const GsRun&)> done = {}) const;
     // Waits for Ghostscript's output, carries out the choice, wipes what the
-    // choice does not keep; the .ps file always.
-    void complete(const Job& job) const;
+    // choice does not keep; the .ps file always. Given the run, a run that
+    // ends without its output ends the wait too (the job is lost; logged).
+    void complete(const Job& job, const std::shared_ptr<const GsRun>& run = {}) const;
 
 private:
-    void print(const Job& job) const;
+    void print(const Job& job, const std::function<bool()>& failed) const;
     void exportJpegPages(ImageFile& image, const Job& job, Steps& step) const;
 
     Host m_host;

@@ -1,7 +1,12 @@
 #pragma once
 
+#include "platform/safefile.h"
+
+#include <QByteArrayView>
 #include <QDateTime>
 #include <QString>
+
+#include <initializer_list>
 
 // The files of a job in the job folder.
 
@@ -18,6 +23,18 @@ bool WipeFile(const QString& path);
 void WipeUntilDone(const QString& path);
 
 // Writes the job's bytes as received, then the line end of one print
-// statement. Raises run-time error 76 when the file cannot be made, 70 when
-// it cannot be written whole.
+// statement, never through a symbolic link (one found there is removed and
+// logged); a missing job folder is made again first. Raises run-time error
+// 76 when the file cannot be made, 70 when it cannot be written whole.
 void SaveJobFile(const QString& path, const QByteArray& bytes);
+
+// Makes the folder again when it is gone, and logs it; false when it cannot be made.
+bool EnsureFolder(const QString& folder);
+
+// baseName, or baseName_2, _3 ... : the first that no file of a job (a
+// link included) has taken in folder.
+QString FreeJobName(const QString& folder, const QString& baseName);
+
+// safefile::write with Qt's types: never through a symbolic link.
+safefile::Result WriteNoFollow(const QString& path, std::initializer_list<QByteArrayView> pieces,
+                               safefile::Mode mode, QString* why = nullptr);

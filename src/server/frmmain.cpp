@@ -7,6 +7,7 @@
 #include "common/runtimeerror.h"
 #include "common/settings.h"
 #include "dispatch/jobfiles.h"
+#include "dispatch/jobqueue.h"
 #include "platform/ghostscript.h"
 #include "server/jobsocket.h"
 #include "server/socketlistener.h"
@@ -16,6 +17,7 @@
 #include <QButtonGroup>
 #include <QCheckBox>
 #include <QDateTime>
+#include <QDir>
 #include <QEvent>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -40,8 +42,8 @@ QPushButton* button(const QString& caption, QWidget* parent)
 }
 } // namespace
 
-frmMain::frmMain(ListenOptions listen, ProgramIds ids, QWidget* parent)
-    : QWidget(parent), m_Ids(std::move(ids)), m_Listen(std::move(listen))
+frmMain::frmMain(ListenOptions listen, ProgramIds ids, QWidget* parent, JobOptions options)
+    : QWidget(parent), m_Ids(std::move(ids)), m_Listen(std::move(listen)), m_Options(options)
 {
     setWindowTitle(QStringLiteral("Quorvel"));
     buildControls();
@@ -304,12 +306,55 @@ void frmMain::Form_Load()
     Paths::ensureJobFolder();
     m_FileName = jobBaseName();
     m_GsPath = QString::fromStdWString(ghostscriptProgram(Paths::programFolder().toStdWString()));
+    settleJobOptions();
     DoChangeOption();
     // Start-up sets the box without writing the entry back.
     m_Loading = true;
     ChkRun->setChecked(startupEntryExists());
     m_Loading = false;
     m_Loaded = true;
+}
+
+void frmMain::settleJobOptions()
+{
+    const auto setting = [](const char* key, std::optional<int> chosen, int fallback) {
+        bool ok = false;
+        const int v = SettingsStore::get(QLatin1String(key)).toInt(&ok);
+        return chosen.value_or(ok && v >= 0 ? v : fallback);
+    };
+    const GsLimits defaults;
+    m_GsLimits = {setting("GsCpuSeconds", m_Options.cpuSeconds, defaults.cpuSeconds),
+                  setting("GsMemoryMB", m_Options.memoryMB, defaults.memoryMB),
+                  setting("GsWallSeconds", m_Options.wallSeconds, defaults.wallSeconds)};
+    const QString version = GhostscriptVersion(m_GsPath);
+    m_GsNeedsSafer = GhostscriptNeedsSafer(version);
+    if (m_GsNeedsSafer)
+        txtLog->append(QStringLiteral("Ghostscript %1 is older than 9.50 and not safe by default: "
+                                      "-dSAFER is added to its command lines")
+                           .arg(version));
+
+    const QString word = SettingsStore::get(QStringLiteral("JobQueue")).trimmed().toLower();
+    const bool fromSetting =
+        word == QLatin1String("1") || word == QLatin1String("true") || word == QLatin1String("yes");
+    if (!m_Options.jobQueue.value_or(fromSetting))
+        return;
+    const QString folder = Paths::ensureJobFolder();
+    m_JobQueue = new JobQueue(
+        folder,
+        {[this] { return dispatcher(); }, [this] { return outputChoice(); },
+         [this](const QString& line) { txtLog->append(line); },
+         [this](const Job& job, const QByteArray& bytes) { uploadToCloud(job, bytes); },
+         [this](const Job& job, const QString& commandLine) {
+             m_FileName = job.baseName;
+             Text1->setText(job.psPath);
+             if (!job.outputPath.isEmpty())
+                 TxtPath->setText(job.outputPath);
+             Text3->setText(commandLine);
+         }},
+        this);
+    addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1")
+                  .arg(QDir::toNativeSeparators(m_JobQueue->spoolFolder())));
+    m_JobQueue->resume();
 }
 
 void frmMain::showMainFrameOnly()

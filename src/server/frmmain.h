@@ -3,10 +3,12 @@
 #include "common/int16.h"
 #include "common/log.h"
 #include "common/twips.h"
+#include "convert/conversion.h"
 #include "dispatch/job.h"
 #include "server/jobbuffer.h"
 #include "server/listenoptions.h"
 #include "server/programids.h"
+#include "server/runoptions.h"
 
 #include <QByteArray>
 #include <QMap>
@@ -34,6 +36,7 @@ class ctlSysTrayBalloon;
 class UcCloudSrvr;
 class FrmClSrLst;
 class JobDispatcher;
+class JobQueue;
 
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
@@ -43,7 +46,7 @@ class frmMain : public QWidget
     Q_OBJECT
 public:
     explicit frmMain(ListenOptions listen = {}, ProgramIds ids = ProgramIds::load(),
-                     QWidget* parent = nullptr);
+                     QWidget* parent = nullptr, JobOptions options = {});
     ~frmMain() override;
 
     // --- start-up and window (frmmain.cpp) ---
@@ -99,7 +102,7 @@ public:
     void Command1_Click();
     void SavePSFile(const Job& job, const QByteArray& PSString);
     void DoChangeOption();
-    void DoConvertPs2PdfImage(const Job& job);
+    std::shared_ptr<const GsRun> DoConvertPs2PdfImage(const Job& job);
     void DoWait4FilePS2PDFCreated(const QString& FileName);
     bool IsFileTiffPDFLocked(const QString& FileName);
     void PrintTiff(const QString& TiffFilePath);
@@ -207,6 +210,10 @@ private:
     void loadCloudDestination();
     void startListening();
     bool admitConnection(qintptr requestID);
+    // frmmain_cloud.cpp: a job's own bytes to the chosen cloud server.
+    void uploadToCloud(const Job& job, const QByteArray& bytes);
+    void settleJobOptions();
+    int newElementIndex() const; // frmmain_intake.cpp
     JobSocket* loadSocket(int index);
     void addStatus(const QString& text);
     void connectPrinterList(); // frmmain_printers.cpp
@@ -234,6 +241,11 @@ private:
     QString m_FileName;
     QString m_CloudClientUserId;
     QString m_CloudClientServerId;
+    JobOptions m_Options;
+    GsLimits m_GsLimits;
+    bool m_GsNeedsSafer = false;
+    JobQueue* m_JobQueue = nullptr;     // --job-queue
+    bool m_Dispatched = false;          // a job has been named since start-up
     FrmClSrLst* m_FrmClSrLst = nullptr; // made at the first "Select Cloud Server"
 
     // intake state

@@ -7,6 +7,7 @@
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
+#include "dispatch/jobqueue.h"
 #include "serverlist/frmclsrlst.h"
 
 #include <QCheckBox>
@@ -117,19 +118,31 @@ bool frmMain::fetchFirstCloudFile()
 void frmMain::sendToCloud(const Job& job)
 {
     // The buffer stays as it is and no local file is made.
-    const QString folder = QStringLiteral("CloudPrint\\") + m_CloudClientUserId +
-                           QStringLiteral("\\") + m_CloudClientServerId;
-    // One character per received byte, so the job's bytes survive.
-    UcCloudSrvr2->UcUploadToCloudFile(folder, job.baseName, QString::fromLatin1(m_JobBuffer));
+    uploadToCloud(job, m_JobBuffer);
     // Kept as designed, but a surprise worth telling.
     txtLog->append(QStringLiteral("Cloud job ") + job.baseName +
                    QStringLiteral(": the job buffer is kept, so the next job will carry this one "
                                   "too."));
 }
 
+void frmMain::uploadToCloud(const Job& job, const QByteArray& bytes)
+{
+    const QString folder = QStringLiteral("CloudPrint\\") + m_CloudClientUserId +
+                           QStringLiteral("\\") + m_CloudClientServerId;
+    // One character per received byte, so the job's bytes survive.
+    UcCloudSrvr2->UcUploadToCloudFile(folder, job.baseName, QString::fromLatin1(bytes));
+}
+
 void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)
 {
     // One character per byte, as the job was uploaded.
+    if (m_JobQueue) {
+        // A job of its own: it replaces nothing.
+        const QByteArray bytes = data.toLatin1();
+        if (JobBuffer::holdsMoreThanBlanks(bytes))
+            m_JobQueue->add(bytes, QStringLiteral("the cloud share"));
+        return;
+    }
     m_JobBuffer = data.toLatin1();
     if (m_JobBuffer.holdsMoreThanBlanks())
         Command1_Click();

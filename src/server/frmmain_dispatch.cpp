@@ -9,6 +9,7 @@
 #include "convert/tiffprint.h"
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
+#include "dispatch/jobqueue.h"
 
 #include <QLineEdit>
 #include <QPointer>
@@ -16,7 +17,21 @@
 
 void frmMain::Command1_Click()
 {
+    if (m_JobQueue) {
+        // The queue names, saves and converts the job in its turn.
+        if (m_JobBuffer.holdsMoreThanBlanks())
+            m_JobQueue->add(m_JobBuffer.view(), QStringLiteral("Save And Print"));
+        m_JobBuffer.clear();
+        return;
+    }
+    const QString previous = m_FileName;
     m_FileName = jobBaseName();
+    // Kept as designed; the second job's files take the first one's place.
+    if (m_Dispatched && m_FileName == previous)
+        txtLog->append(QStringLiteral("two jobs in the same second share the name %1; start "
+                                      "with --job-queue to keep both")
+                           .arg(m_FileName));
+    m_Dispatched = true;
     DoChangeOption();
     const Job job = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
     if (job.choice.action == OutputChoice::Action::Cloud) {
@@ -24,10 +39,10 @@ void frmMain::Command1_Click()
         return;
     }
     SavePSFile(job, m_JobBuffer);
-    DoConvertPs2PdfImage(job);
+    const auto run = DoConvertPs2PdfImage(job);
     m_JobBuffer.clear();
     // Data that arrive from here on make the next job.
-    dispatcher().complete(job);
+    dispatcher().complete(job, run);
 }
 
 OutputChoice frmMain::outputChoice() const
@@ -56,7 +71,7 @@ JobDispatcher frmMain::dispatcher()
                               if (log)
                                   log->append(line);
                           },
-                          this});
+                          this, m_GsLimits, m_GsNeedsSafer});
 }
 
 void frmMain::DoChangeOption()
@@ -77,14 +92,14 @@ void frmMain::SavePSFile(const Job& job, const QByteArray& PSString)
     dispatcher().save(job, PSString);
 }
 
-void frmMain::DoConvertPs2PdfImage(const Job& job)
+std::shared_ptr<const GsRun> frmMain::DoConvertPs2PdfImage(const Job& job)
 {
     const JobDispatcher road = dispatcher();
     const QString commandLine = road.commandLine(job);
     if (commandLine.isEmpty())
-        return;
+        return {};
     Text3->setText(commandLine);
-    road.convert(job);
+    return road.convert(job);
 }
 
 void frmMain::DoWait4FilePS2PDFCreated(const QString& FileName)

@@ -3,7 +3,9 @@
 // received goes into the one job buffer.
 #include "server/frmmain.h"
 
+#include "common/log.h"
 #include "common/runtimeerror.h"
+#include "dispatch/jobqueue.h"
 #include "platform/rawsocket.h"
 #include "server/jobsocket.h"
 #include "server/socketlistener.h"
@@ -127,12 +129,25 @@ void frmMain::Socket_ConnectionRequest(int Index, qintptr requestID)
     acceptConnection();
 }
 
+// The element a new connection is loaded as (after the count went up): the
+// design's rule, the connection count, which can hit a loaded element; with
+// --job-queue the lowest free one, so every connection gets its own.
+int frmMain::newElementIndex() const
+{
+    if (!m_JobQueue)
+        return m_ConnCount;
+    int index = 1;
+    while (m_Socket.count(index))
+        ++index;
+    return index;
+}
+
 void frmMain::acceptConnection()
 {
     ++m_ConnCount;
     lblConnections->setText(m_ConnCount.toString());
 
-    const int index = m_ConnCount;
+    const int index = newElementIndex();
     if (m_Socket.count(index)) {
         // Refused below: it is not counted, so the count stays the open connections.
         --m_ConnCount;
@@ -157,7 +172,15 @@ void frmMain::acceptConnection()
 
 void frmMain::Socket_DataArrival(int Index, qint64 /*bytesTotal*/)
 {
-    m_Socket.at(Index)->GetData(m_JobBuffer);
+    JobSocket* socket = m_Socket.at(Index);
+    if (!m_JobQueue) {
+        socket->GetData(m_JobBuffer);
+        return;
+    }
+    socket->GetData(socket->buffer());
+    // Blanks before a job are nothing to keep: a blank flood costs no memory.
+    if (!socket->buffer().holdsMoreThanBlanks())
+        socket->buffer().clear();
 }
 
 void frmMain::Socket_Close(int Index)
@@ -166,6 +189,18 @@ void frmMain::Socket_Close(int Index)
     m_StatusText = QStringLiteral("Connection closed: ") + socket->RemoteHostIP();
     addStatus(m_StatusText);
 
+    if (m_JobQueue) {
+        if (socket->wasReset())
+            txtLog->append(QStringLiteral("Connection from %1 was reset before it closed: its "
+                                          "%2 bytes make no job")
+                               .arg(socket->RemoteHostIP())
+                               .arg(socket->buffer().size()));
+        else if (socket->buffer().holdsMoreThanBlanks())
+            m_JobQueue->add(socket->buffer().view(), socket->RemoteHostIP());
+        socket->buffer().clear();
+        unloadSocket(Index);
+        return;
+    }
     unloadSocket(Index);
     if (m_JobBuffer.holdsMoreThanBlanks()) {
         Command1_Click();

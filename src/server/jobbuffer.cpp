@@ -156,10 +156,9 @@ void JobBuffer::clear()
     m_size = m_capacity = m_reserved = 0;
 }
 
-bool JobBuffer::holdsMoreThanBlanks() const
+bool JobBuffer::holdsMoreThanBlanks(QByteArrayView bytes)
 {
-    for (std::size_t i = 0; i < m_size; ++i) {
-        const char c = m_data[i];
+    for (const char c : bytes) {
         if (c != ' ' && c != '\t' && c != '\r' && c != '\n' && c != '\f' && c != '\v')
             return true;
     }

@@ -36,7 +36,8 @@ public:
     bool operator==(const QByteArray& other) const { return view() == other; }
 
     // True when anything but ASCII white space is held.
-    bool holdsMoreThanBlanks() const;
+    bool holdsMoreThanBlanks() const { return holdsMoreThanBlanks(view()); }
+    static bool holdsMoreThanBlanks(QByteArrayView bytes);
 
 private:
     class FaultAhead;

@@ -71,6 +71,7 @@ qint64 JobSocket::GetData(JobBuffer& buffer)
         if (n == rawsocket::WouldBlock)
             break;
         m_peerClosed = true; // 0: closed by the peer; or a failed connection
+        m_reset = n != 0;
     }
     if (m_peerClosed && !m_closeReported) {
         m_closeReported = true;

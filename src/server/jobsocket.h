@@ -4,7 +4,7 @@
 #include <QSocketNotifier>
 #include <QString>
 
-class JobBuffer;
+#include "server/jobbuffer.h"
 
 // One accepted connection of the socket array. It reads what arrives
 // straight onto the end of the job buffer and reports the peer's close.
@@ -26,6 +26,10 @@ public:
     // Moves everything received so far into the buffer; returns the byte count.
     qint64 GetData(JobBuffer& buffer);
     void Close();
+    // This connection's own bytes (--job-queue), and whether it was reset
+    // rather than closed normally.
+    JobBuffer& buffer() { return m_buffer; }
+    bool wasReset() const { return m_reset; }
 
 signals:
     void DataArrival();
@@ -37,4 +41,6 @@ private:
     QSocketNotifier m_notifier;
     bool m_peerClosed = false;
     bool m_closeReported = false;
+    bool m_reset = false;
+    JobBuffer m_buffer;
 };

@@ -137,8 +137,20 @@ bool RunOptions::parse(const QStringList& arguments)
                               QStringLiteral("Connections open at once; more are refused "
                                              "(default 256)."),
                               QStringLiteral("N"));
+    QCommandLineOption queueOpt(
+        QStringLiteral("job-queue"),
+        QStringLiteral("Each connection is a job of its own, spooled at once and converted one "
+                       "at a time."));
+    const QCommandLineOption limitOpts[] = {
+        {QStringLiteral("gs-cpu-seconds"),
+         QStringLiteral("CPU time a Ghostscript run may use (0: no limit)."), QStringLiteral("N")},
+        {QStringLiteral("gs-memory-mb"),
+         QStringLiteral("Memory a Ghostscript run may use (0: no limit)."), QStringLiteral("N")},
+        {QStringLiteral("gs-wall-seconds"),
+         QStringLiteral("Time a Ghostscript run may take (0: no limit)."), QStringLiteral("N")}};
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
-                       registerOpt, getOpt, pollOpt, listenOpt, allowOpt, maxOpt});
+                       registerOpt, getOpt, pollOpt, listenOpt, allowOpt, maxOpt, queueOpt,
+                       limitOpts[0], limitOpts[1], limitOpts[2]});
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
@@ -183,6 +195,21 @@ bool RunOptions::parse(const QStringList& arguments)
         }
     }
     printer = parser.value(printerOpt);
+    if (parser.isSet(queueOpt))
+        jobs.jobQueue = true;
+    std::optional<int>* limits[] = {&jobs.cpuSeconds, &jobs.memoryMB, &jobs.wallSeconds};
+    for (int i = 0; i < 3; ++i) {
+        if (!parser.isSet(limitOpts[i]))
+            continue;
+        const int v = parser.value(limitOpts[i]).toInt(&ok);
+        if (!ok || v < 0) {
+            std::fprintf(stderr, "--%s: a number from 0, not %s\n",
+                         qPrintable(limitOpts[i].names().first()),
+                         qPrintable(parser.value(limitOpts[i])));
+            return false;
+        }
+        *limits[i] = v;
+    }
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include "server/listenoptions.h"
 
 #include <QString>
+#include <optional>
 #include <vector>
 
 class QApplication;
@@ -10,6 +11,15 @@ class QCommandLineOption;
 class QCommandLineParser;
 class QRadioButton;
 class frmMain;
+
+// How jobs run: the command line's choice, else the setting (JobQueue,
+// GsCpuSeconds, GsMemoryMB, GsWallSeconds), else the default.
+struct JobOptions {
+    std::optional<bool> jobQueue;
+    std::optional<int> cpuSeconds;
+    std::optional<int> memoryMB;
+    std::optional<int> wallSeconds;
+};
 
 // The words of --output (and "colour"), each as the buttons of the Output
 // box a user clicks for it, in order.
@@ -35,6 +45,7 @@ struct RunOptions {
     QString registerId;        // --register: the user check of this id
     bool getCloudData = false; // --get-cloud-data: one fetch at start-up
     int cloudPoll = 0;         // --cloud-poll: a fetch every so many seconds
+    JobOptions jobs;           // --job-queue and Ghostscript's limits
     int exitCode = 2;          // when parse() says the program should end: 0 after --help
 
     // Decides on --headless before the application exists (no display means headless).

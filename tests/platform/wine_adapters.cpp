@@ -5,6 +5,7 @@
 #include "platform/pages.h"
 #include "platform/printertools.h"
 #include "platform/rawsocket.h"
+#include "platform/safefile.h"
 #include "platform/sharedcounter.h"
 #include "platform/startupentry.h"
 
@@ -134,6 +135,13 @@ int main(int argc, char**)
     block[4095] = 'q', block = static_cast<char*>(pages::grow(block, 4096, 1 << 20));
     CHECK(block && block[4095] == 'q');
     pages::release(block, 1 << 20);
+    // Job files: made once under a name, then replaced
+    const std::wstring job = L"C:\\windows\\temp\\quorvel-job.ps";
+    DeleteFileW(job.c_str());
+    using safefile::Mode, safefile::Result;
+    CHECK(safefile::write(job, {"%!PS", "\n"}, Mode::Exclusive) == Result::Written &&
+          safefile::write(job, {}, Mode::Exclusive) == Result::Taken && safefile::taken(job) &&
+          !safefile::isLink(job) && safefile::write(job, {"x"}, Mode::Replace) == Result::Written);
     std::printf("%s\n", failed ? "FAILED" : "all passed");
     return failed ? 1 : 0;
 }

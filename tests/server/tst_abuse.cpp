@@ -1,7 +1,10 @@
-// The listener under abuse in the default mode; every row ends with a normal job.
+// Abuse of the real program on 127.0.0.1: the listener in the default mode (every row ends with
+// a normal job), and every job kept as its own file in the queued mode; the process still answers.
 #include "testsupport.h"
 
 #include <QAbstractItemModel>
+
+#include <sys/socket.h>
 
 namespace
 {
@@ -10,6 +13,61 @@ qint64 statField(qint64 pid, int n)
 {
     const QByteArray stat = readFile(QStringLiteral("/proc/%1/stat").arg(pid));
     return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(n - 3).toLongLong();
+}
+
+// A one-page job whose page says text.
+QByteArray page(const QString& text)
+{
+    return "%!PS\n/Helvetica findfont 14 scalefont setfont 72 700 moveto (" + text.toLatin1() +
+           ") show showpage\n";
+}
+
+// Connects, sends, closes (or resets, or stays open: the socket is returned then).
+QTcpSocket* send(quint16 port, const QByteArray& bytes, bool close = true, bool reset = false)
+{
+    auto* c = new QTcpSocket;
+    c->connectToHost(QHostAddress::LocalHost, port);
+    if (!c->waitForConnected(10000))
+        qWarning("connect: %s", qPrintable(c->errorString()));
+    c->write(bytes);
+    while (c->bytesToWrite() > 0 && c->waitForBytesWritten(10000)) {
+    }
+    if (reset) {
+        const linger rst{1, 0}; // close with RST
+        ::setsockopt(int(c->socketDescriptor()), SOL_SOCKET, SO_LINGER, &rst, sizeof rst);
+    }
+    if (close || reset) {
+        c->disconnectFromHost();
+        if (c->state() != QAbstractSocket::UnconnectedState)
+            c->waitForDisconnected(10000);
+        delete c;
+        return nullptr;
+    }
+    return c;
+}
+
+// The text of each PDF in folder (links not followed), sorted.
+QStringList pdfTexts(const QString& folder)
+{
+    QStringList texts;
+    for (const QFileInfo& f :
+         QDir(folder).entryInfoList({"*.pdf"}, QDir::Files | QDir::NoSymLinks)) {
+        QProcess p;
+        p.start("pdftotext", {f.filePath(), "-"});
+        p.waitForFinished(30000);
+        texts << QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+    }
+    texts.sort();
+    return texts;
+}
+
+QStringList clientTexts(const QString& prefix, int n)
+{
+    QStringList texts;
+    for (int i = 1; i <= n; ++i)
+        texts << prefix + QString::number(i);
+    texts.sort();
+    return texts;
 }
 } // namespace
 
@@ -124,6 +182,130 @@ private slots:
         sendJob(s.port, makePsJob(1));
         QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles(), QStringList{w.fileName() + ".pdf"}, 60000);
         QVERIFY2(s.messages.empty(), qPrintable(s.shown()));
+    }
+
+    void jobQueue_data()
+    {
+        QTest::addColumn<QString>("abuse");
+        QTest::addColumn<int>("jobs"); // normal jobs, sent in a row unless the abuse says so
+        QTest::addColumn<QStringList>("args");
+        const int many = qEnvironmentVariableIntValue("QUORVEL_ABUSE_JOBS");
+        QTest::newRow("jobs in a row") << "row" << (many ? many : 2000) << QStringList();
+        QTest::newRow("clients at once") << "at once" << 200 << QStringList();
+        QTest::newRow("half-open, reset and slow clients") << "clients" << 20 << QStringList();
+        QTest::newRow("kill -9, restart") << "kill" << 40 << QStringList();
+        QTest::newRow("endless and memory-hungry jobs")
+            << "limits" << 5 << QStringList{"--gs-cpu-seconds", "3", "--gs-memory-mb", "300"};
+        QTest::newRow("planted links") << "links" << 6 << QStringList();
+        QTest::newRow("job folder removed, then unwritable") << "folder" << 6 << QStringList();
+    }
+    void jobQueue()
+    {
+        QFETCH(QString, abuse);
+        QFETCH(int, jobs);
+        QFETCH(QStringList, args);
+        HeadlessQuorvel q;
+        QVERIFY(q.start(args << "--job-queue"));
+        const QString folder = q.jobFolder();
+        QStringList expected = clientTexts("client ", jobs) << "still answering";
+        expected.sort();
+        std::vector<std::unique_ptr<QTcpSocket>> open;
+        const auto sendAll = [&](int from, int to) {
+            for (int i = from; i <= to; ++i)
+                send(q.port, page("client " + QString::number(i)));
+        };
+        QProcess slow;
+        const QString outside = q.home.filePath("outside");
+        if (abuse == "at once") {
+            for (int i = 1; i <= jobs; ++i)
+                sendJob(q.port, page("client " + QString::number(i)));
+        } else if (abuse == "clients") {
+            open.emplace_back(send(q.port, page("half open"), false));
+            send(q.port, page("reset"), false, true);
+            // 100 MB after the page, 1 MB every 50 ms.
+            slow.start("bash", {"-c",
+                                "{ printf %s \"$1\"; for i in $(seq 100); do yes '% padding' | "
+                                "head -c 1048576; sleep 0.05; done; } | nc -N 127.0.0.1 $2",
+                                "slow", page("slow client"), QString::number(q.port)});
+            expected << "slow client";
+            expected.sort();
+            sendAll(1, jobs);
+            QVERIFY(slow.waitForFinished(120000));
+        } else if (abuse == "kill") {
+            sendAll(1, jobs);
+            QVERIFY(q.waitForLog("Connection closed", 10000));
+            QTRY_COMPARE_WITH_TIMEOUT(q.log().count("Connection closed"), jobs, 20000);
+            QVERIFY(!QDir(folder + "/spool").isEmpty());
+            q.process.kill();
+            q.process.waitForFinished();
+            QVERIFY(q.start({"--job-queue"}));
+            QVERIFY(q.waitForLog("spooled jobs from an earlier run are queued"));
+        } else if (abuse == "limits") {
+            send(q.port, "%!PS\n{} loop\n");
+            send(q.port, "%!PS\n/l null def { /l [ l 65000 string ] def } loop\n");
+            sendAll(1, jobs);
+        } else if (abuse == "links") {
+            writeFile(outside + "-kept", "outside");
+            for (int s = 0; s < 40; ++s) {
+                const QString base =
+                    "File_" + QDateTime::currentDateTime().addSecs(s).toString("yyMMdd_hhmmss");
+                QFile::link(outside + "-kept", folder + "/" + base + ".pdf");
+                QFile::link(outside + "-new", folder + "/" + base + "_2.pdf");
+            }
+            sendAll(1, jobs);
+        } else if (abuse == "folder") {
+            sendAll(1, 2);
+            QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(folder), clientTexts("client ", 2), 30000);
+            QVERIFY(QDir(folder).removeRecursively());
+            sendAll(3, 4);
+            QVERIFY(q.waitForLog("was missing; it is made again"));
+            QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(folder), clientTexts("client ", 4).mid(2), 30000);
+            // Root writes into a read-only folder: a file in its place cannot be written by anyone.
+            QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "not a folder"));
+            sendAll(5, 6);
+            QVERIFY(q.waitForLog("cannot be written"));
+            QFile::remove(folder);
+            expected = QStringList{"client 5", "client 6", "still answering"};
+        } else {
+            sendAll(1, jobs);
+        }
+        send(q.port, page("still answering"));
+        // After kill -9 the job then converting may be redone, beside its unfinished PDF.
+        const auto texts = [&] {
+            QStringList t = pdfTexts(folder);
+            if (abuse == "kill")
+                t.removeDuplicates(), t.removeAll("");
+            return t;
+        };
+        const auto pdfs = [&] {
+            return QDir(folder).entryList({"*.pdf"}, QDir::Files | QDir::NoSymLinks).size();
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(QDir(folder + "/spool").isEmpty() && pdfs() >= expected.size(),
+                                 (60 + jobs / 2) * 1000);
+        QCOMPARE(texts(), expected);
+        QCOMPARE(q.process.state(), QProcess::Running);
+        if (abuse == "clients")
+            QVERIFY(q.log().contains("was reset before it closed"));
+        if (abuse == "limits") {
+            QVERIFY2(q.log().contains("CPU time limit of 3 s"), qPrintable(q.log()));
+            QVERIFY(q.log().contains("memory limit of 300 MB"));
+            QCOMPARE(QDir(folder + "/failed").entryList(QDir::Files).size(), 2);
+        }
+        if (abuse == "links") {
+            QCOMPARE(readFile(outside + "-kept"), QByteArray("outside"));
+            QVERIFY(!QFileInfo::exists(outside + "-new"));
+        }
+    }
+    void ghostscriptLimitsInDefaultMode()
+    {
+        HeadlessQuorvel q;
+        QVERIFY(q.start({"--gs-wall-seconds", "2"}));
+        send(q.port, "%!PS\n{} loop\n");
+        QVERIFY(q.waitForLog("ran past its time limit of 2 s", 20000));
+        QVERIFY(q.waitForLog(" is lost: "));
+        send(q.port, page("still answering"));
+        QTRY_VERIFY_WITH_TIMEOUT(pdfTexts(q.jobFolder()).contains("still answering"), 30000);
+        QTRY_VERIFY(QDir(q.jobFolder()).entryList({"*.ps"}).isEmpty());
     }
 };
 

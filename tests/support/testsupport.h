@@ -9,8 +9,8 @@
 
 #include <QApplication>
 #include <QByteArray>
-#include <QDeadlineTimer>
 #include <QCheckBox>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -266,18 +266,14 @@ inline QTcpSocket* sendJob(quint16 port, const QByteArray& data, bool close = tr
 }
 
 // The program itself, headless on a free port, with its own folder and settings; log() is all
-// it has printed so far.
+// it has printed since it started. The log goes to a file: a pipe that nobody drains while the
+// test waits would stall the program.
 struct HeadlessQuorvel {
     QTemporaryDir home;
     quint16 port = freePort();
     QProcess process;
-    QByteArray output;
 
-    HeadlessQuorvel()
-    {
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        QObject::connect(&process, &QProcess::readyRead, [this] { output += process.readAll(); });
-    }
+    HeadlessQuorvel() { process.setProcessChannelMode(QProcess::MergedChannels); }
     ~HeadlessQuorvel() { stop(); }
     QString jobFolder() const { return home.filePath(QStringLiteral("ImagesPdfExport")); }
     void put(const QString& key, const QVariant& value)
@@ -289,15 +285,20 @@ struct HeadlessQuorvel {
     bool start(QStringList args = {})
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("QUORVEL_SETTINGS_DIR"), home.filePath(QStringLiteral("settings")));
+        env.insert(QStringLiteral("QUORVEL_SETTINGS_DIR"),
+                   home.filePath(QStringLiteral("settings")));
         process.setProcessEnvironment(env);
+        process.setStandardOutputFile(home.filePath(QStringLiteral("log.txt"))); // truncated
         process.start(qEnvironmentVariable("QUORVEL_BINARY"),
                       args << QStringLiteral("--headless") << QStringLiteral("--port")
                            << QString::number(port) << QStringLiteral("--program-folder")
                            << home.path());
         return waitForLog(QStringLiteral("Listening to port"));
     }
-    QString log() const { return QString::fromLocal8Bit(output); }
+    QString log() const
+    {
+        return QString::fromLocal8Bit(readFile(home.filePath(QStringLiteral("log.txt"))));
+    }
     bool waitForLog(const QString& text, int ms = 10000)
     {
         QDeadlineTimer deadline(ms);

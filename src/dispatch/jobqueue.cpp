@@ -1,0 +1,195 @@
+#include "dispatch/jobqueue.h"
+
+#include "common/paths.h"
+#include "common/runtimeerror.h"
+#include "dispatch/jobfiles.h"
+#include "platform/safefile.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimer>
+
+namespace
+{
+constexpr int kRetryMs = 1000; // while the job folder cannot be written
+}
+
+JobQueue::JobQueue(const QString& jobFolder, Host host, QObject* parent)
+    : QObject(parent), m_folder(jobFolder), m_host(std::move(host))
+{
+}
+
+QString JobQueue::spoolFolder() const
+{
+    return Paths::join(m_folder, QStringLiteral("spool"));
+}
+
+QString JobQueue::failedFolder() const
+{
+    return Paths::join(m_folder, QStringLiteral("failed"));
+}
+
+bool JobQueue::spool(Entry& entry, QByteArrayView bytes)
+{
+    QString why = QStringLiteral("the folder cannot be made");
+    if (EnsureFolder(spoolFolder())) {
+        // Names sort in order of close, across restarts too.
+        const QString stamp =
+            QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz-"));
+        for (;;) {
+            const QString path = Paths::join(
+                spoolFolder(), stamp + QString::number(++m_sequence).rightJustified(8, u'0') +
+                                   QStringLiteral(".ps"));
+            const auto result = WriteNoFollow(path, {bytes}, safefile::Mode::Exclusive, &why);
+            if (result == safefile::Result::Written) {
+                entry.spoolPath = path;
+                entry.bytes.clear();
+                return true;
+            }
+            if (result == safefile::Result::Failed) {
+                QFile::remove(path); // no partial job stays behind
+                break;
+            }
+        }
+    }
+    stall(why);
+    return false;
+}
+
+void JobQueue::stall(const QString& why)
+{
+    if (m_stalled)
+        return;
+    m_stalled = true;
+    m_host.log(QStringLiteral("The job folder %1 cannot be written (%2): jobs wait in memory "
+                              "until it can")
+                   .arg(QDir::toNativeSeparators(m_folder), why));
+}
+
+void JobQueue::add(QByteArrayView bytes, const QString& from)
+{
+    Entry entry{QString(), QByteArray(), from};
+    if (!spool(entry, bytes))
+        entry.bytes = bytes.toByteArray();
+    m_jobs.push_back(std::move(entry));
+    schedule();
+}
+
+int JobQueue::resume()
+{
+    QDir().mkpath(spoolFolder());
+    const QStringList names =
+        QDir(spoolFolder()).entryList({QStringLiteral("*.ps")}, QDir::Files, QDir::Name);
+    for (const QString& name : names)
+        m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool")});
+    if (!names.isEmpty())
+        m_host.log(
+            QStringLiteral("%1 spooled jobs from an earlier run are queued").arg(names.size()));
+    schedule();
+    return int(names.size());
+}
+
+void JobQueue::schedule(int ms)
+{
+    if (m_scheduled)
+        return;
+    m_scheduled = true;
+    QTimer::singleShot(ms, this, [this] {
+        m_scheduled = false;
+        RunGuarded([this] { next(); });
+    });
+}
+
+void JobQueue::next()
+{
+    if (m_busy || m_jobs.empty())
+        return;
+    Entry& entry = m_jobs.front();
+    if (entry.spoolPath.isEmpty() && !spool(entry, entry.bytes)) {
+        schedule(kRetryMs);
+        return;
+    }
+    const JobDispatcher road = m_host.dispatcher();
+    const OutputChoice choice = m_host.choice();
+    Job job;
+    for (;;) {
+        job = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
+        job.psPath = entry.spoolPath;
+        if (job.outputPath.isEmpty())
+            break;
+        // The output's name is taken now, as a new file: never through a link, never twice.
+        QString why;
+        const auto result = WriteNoFollow(job.outputPath, {}, safefile::Mode::Exclusive, &why);
+        if (result == safefile::Result::Written)
+            break;
+        if (result == safefile::Result::Failed) {
+            EnsureFolder(m_folder);
+            stall(why);
+            schedule(kRetryMs);
+            return;
+        }
+    }
+    if (m_stalled) {
+        m_stalled = false;
+        m_host.log(QStringLiteral("The job folder can be written again; %1 waiting jobs go on")
+                       .arg(m_jobs.size()));
+    }
+    m_busy = true;
+    if (choice.action == OutputChoice::Action::Cloud) {
+        QFile f(job.psPath);
+        if (!f.open(QIODevice::ReadOnly))
+            return fail(job, f.errorString());
+        m_host.upload(job, f.readAll());
+        WipeFile(job.psPath);
+        return done();
+    }
+    const QString line = road.commandLine(job);
+    m_host.shown(job, line);
+    if (line.isEmpty()) {
+        WipeFile(job.psPath);
+        return done();
+    }
+    try {
+        road.convert(job, [this, job](const GsRun& run) {
+            // From the event loop, not from inside Ghostscript's finished signal.
+            QTimer::singleShot(0, this, [this, job, run] { ended(job, run); });
+        });
+    } catch (const RuntimeError& e) {
+        fail(job, e.description());
+    }
+}
+
+void JobQueue::ended(const Job& job, const GsRun& run)
+{
+    if (!run.failure.isEmpty())
+        return fail(job, run.failure);
+    RunGuarded([&] { m_host.dispatcher().complete(job); });
+    done();
+}
+
+void JobQueue::fail(const Job& job, const QString& why)
+{
+    if (!job.outputPath.isEmpty())
+        QFile::remove(job.outputPath); // made for this job only: no half output stays
+    QString kept = QStringLiteral("(it could not be kept: the folder cannot be made)");
+    if (EnsureFolder(failedFolder())) {
+        const QString target = Paths::join(
+            failedFolder(), FreeJobName(failedFolder(), job.baseName) + QStringLiteral(".ps"));
+        kept = QFile::rename(job.psPath, target)
+                   ? QStringLiteral("its PostScript is kept as %1")
+                         .arg(QDir::toNativeSeparators(target))
+                   : QStringLiteral("its PostScript stays in the spool as %1")
+                         .arg(QDir::toNativeSeparators(job.psPath));
+    }
+    m_host.log(QStringLiteral("Job %1 failed: %2; %3").arg(job.baseName, why, kept));
+    done();
+}
+
+void JobQueue::done()
+{
+    m_jobs.pop_front();
+    m_busy = false;
+    schedule();
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "dispatch/jobdispatcher.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <deque>
+#include <functional>
+
+// --job-queue: each job is written to the spool folder as soon as its
+// connection closes, so a crash loses none, and jobs are converted one at a
+// time in order of close, driven from the event loop: never inside another
+// job's wait. A job that Ghostscript cannot finish is kept in the failed
+// folder and the queue goes on.
+class JobQueue : public QObject
+{
+    Q_OBJECT
+public:
+    struct Host {
+        std::function<JobDispatcher()> dispatcher; // the road, as the window is set now
+        std::function<OutputChoice()> choice;
+        std::function<void(const QString&)> log;
+        std::function<void(const Job&, const QByteArray&)> upload; // the cloud branch
+        std::function<void(const Job&, const QString&)> shown;     // the job and its command line
+    };
+    JobQueue(const QString& jobFolder, Host host, QObject* parent = nullptr);
+
+    // A finished job's bytes (blank-only ones are the caller's to drop).
+    void add(QByteArrayView bytes, const QString& from);
+    // Queues the jobs an earlier run spooled and did not finish; returns how many.
+    int resume();
+    // Jobs not yet done, the one converting now included.
+    qsizetype waiting() const { return qsizetype(m_jobs.size()); }
+    QString spoolFolder() const;
+    QString failedFolder() const;
+
+private:
+    struct Entry {
+        QString spoolPath;
+        QByteArray bytes; // only while the spool folder cannot be written
+        QString from;
+    };
+    bool spool(Entry& entry, QByteArrayView bytes);
+    void stall(const QString& why);
+    void schedule(int ms = 0);
+    void next();
+    void ended(const Job& job, const GsRun& run);
+    void fail(const Job& job, const QString& why);
+    void done();
+
+    QString m_folder;
+    Host m_host;
+    std::deque<Entry> m_jobs;
+    bool m_busy = false;
+    bool m_scheduled = false;
+    bool m_stalled = false; // said once until the folder can be written again
+    quint64 m_sequence = 0;
+};
