@@ -138,7 +138,7 @@ private slots:
             QVERIFY(q.waitForLog(logged, 60000));
             QVERIFY(q.waitForLog("Only blanks received"));
         }
-        QCOMPARE_LT(statField(pid, 24) * 4, 150000); // resident kB: the blanks are gone
+        QTRY_VERIFY(statField(pid, 24) * 4 < 150000); // resident kB: the blanks are gone
         if (abuse == "listen") // bound to 127.0.0.1 alone, with room for 200 clients at once
             QCOMPARE(runTool("ss", {"-Hltn", "sport = " + QString::number(q.port)}).simplified(),
                      "LISTEN 0 512 127.0.0.1:" + QString::number(q.port) + " 0.0.0.0:*");
