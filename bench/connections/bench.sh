@@ -42,6 +42,9 @@ print(f"connections, {mode}: {count} empty ones, one at a time")
 print(f"  connections 500-999: {ref * 1000 / block:6.2f} ms each")
 print(f"  last 500           : {last * 1000 / block:6.2f} ms each   ratio {ratio:.2f} (goal <= 1.50)")
 print("  goal met" if ratio <= 1.5 else "  GOAL MISSED")
+print(f"ROW|connection list, {mode}: last 500 of {count} connections|{last * 1000 / block:.2f} ms "
+      f"each|connections 500-999 {ref * 1000 / block:.2f} ms each|{ratio:.2f}|≤ 1.5|"
+      + ("yes" if ratio <= 1.5 else "no"))
 sys.exit(0 if ratio <= 1.5 else 1)
 PY
     [ "$(grep -c 'Connection closed' "$folder/log")" -eq "$count" ] || { echo "  connections lost"; status=1; }

@@ -51,5 +51,6 @@ printf 'jobqueue: %d one-page jobs to PDF, one after another\n' "$n"
 printf '  bare gs, same command line : %7.2f jobs/s (%.1f s)\n' "$rate_gs" "$t_gs"
 printf '  quorvel --job-queue        : %7.2f jobs/s (%.1f s)   ratio %.2f (goal >= 0.90), %d failed\n' \
     "$rate_q" "$t_q" "$ratio" "$failed"
-printf 'ROW|jobqueue|%.2f jobs/s|%.2f jobs/s|%.2f|>= 0.90|%s\n' "$rate_q" "$rate_gs" "$ratio" "$met"
+printf 'ROW|job queue, %d one-page jobs to PDF|%.2f jobs/s|gs %.2f jobs/s|%.2f|≥ 0.9|%s\n' "$n" \
+    "$rate_q" "$rate_gs" "$ratio" "$met"
 [ "$met" = yes ] && echo "  goals met" || echo "  GOAL MISSED"
