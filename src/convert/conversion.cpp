@@ -14,6 +14,7 @@
 #include <QThread>
 #include <QTimer>
 #include <memory>
+#include <utility>
 
 #ifdef Q_OS_WIN
 #include <qt_windows.h>
@@ -190,13 +191,53 @@ std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const 
     return state;
 }
 
-QString GhostscriptVersion(const QString& gsPath)
+GhostscriptVersionProbe::~GhostscriptVersionProbe()
 {
-    QProcess gs;
-    gs.start(gsPath, {QStringLiteral("--version")});
-    if (!gs.waitForFinished(10000))
-        return QString();
-    return QString::fromLatin1(gs.readAllStandardOutput()).trimmed();
+    if (m_process) {
+        m_process->disconnect();
+        m_process->kill();
+        m_process->waitForFinished(1000);
+        delete m_process;
+    }
+}
+
+void GhostscriptVersionProbe::start(const QString& gsPath,
+                                    std::function<void(const QString&)> known)
+{
+    m_known = std::move(known);
+    m_process = new QProcess;
+    QObject::connect(m_process, &QProcess::finished, [this] { answer(); });
+    QObject::connect(m_process, &QProcess::errorOccurred, [this](QProcess::ProcessError e) {
+        if (e == QProcess::FailedToStart)
+            answer();
+    });
+    m_process->start(gsPath, {QStringLiteral("--version")});
+}
+
+void GhostscriptVersionProbe::wait()
+{
+    if (m_process && m_process->state() != QProcess::NotRunning)
+        m_process->waitForFinished(10000);
+    answer();
+}
+
+void GhostscriptVersionProbe::answer()
+{
+    if (!m_process)
+        return; // answered already
+    QProcess* gs = std::exchange(m_process, nullptr);
+    const bool answered = gs->state() == QProcess::NotRunning &&
+                          gs->exitStatus() == QProcess::NormalExit && gs->error() != QProcess::FailedToStart;
+    const QString version =
+        answered ? QString::fromLatin1(gs->readAllStandardOutput()).trimmed() : QString();
+    gs->disconnect();
+    if (gs->state() != QProcess::NotRunning) {
+        gs->kill();
+        gs->waitForFinished(1000);
+    }
+    gs->deleteLater();
+    if (m_known)
+        m_known(version);
 }
 
 bool GhostscriptNeedsSafer(const QString& version)

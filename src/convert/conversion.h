@@ -5,6 +5,7 @@
 #include <memory>
 
 class QObject;
+class QProcess;
 
 // What Ghostscript makes of a job.
 enum class GsOutput {
@@ -46,8 +47,27 @@ std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const 
                                               QObject* owner,
                                               std::function<void(const GsRun&)> done = {});
 
-// The version Ghostscript reports ("10.00.0"), empty when it does not answer.
-QString GhostscriptVersion(const QString& gsPath);
+// Asks Ghostscript its version ("10.00.0") without holding up start-up:
+// known() is called once with the answer (empty when Ghostscript does not
+// answer within 10 s), as soon as it comes or at wait(), whichever is first.
+// A conversion calls wait() first, so it always runs with the answer.
+class GhostscriptVersionProbe
+{
+public:
+    GhostscriptVersionProbe() = default;
+    GhostscriptVersionProbe(const GhostscriptVersionProbe&) = delete;
+    GhostscriptVersionProbe& operator=(const GhostscriptVersionProbe&) = delete;
+    ~GhostscriptVersionProbe();
+
+    void start(const QString& gsPath, std::function<void(const QString&)> known);
+    void wait();
+
+private:
+    void answer();
+
+    QProcess* m_process = nullptr;
+    std::function<void(const QString&)> m_known;
+};
 // Older than 9.50 a run is not safe by default: its command line needs -dSAFER.
 bool GhostscriptNeedsSafer(const QString& version);
 // The command line with -dSAFER after the program.

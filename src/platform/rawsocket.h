@@ -18,7 +18,6 @@ constexpr std::int64_t Failed = -2;
 // > 0: bytes received; 0: the peer closed; WouldBlock; Failed.
 std::int64_t receive(std::intptr_t fd, char* into, std::int64_t max);
 void setNonBlocking(std::intptr_t fd);
-void setReceiveBuffer(std::intptr_t fd, int bytes);
 bool peerName(std::intptr_t fd, sockaddr_storage& address);
 void close(std::intptr_t fd);
 

@@ -44,11 +44,6 @@ void rawsocket::setNonBlocking(std::intptr_t fd)
     ::fcntl(int(fd), F_SETFL, flags | O_NONBLOCK);
 }
 
-void rawsocket::setReceiveBuffer(std::intptr_t fd, int bytes)
-{
-    ::setsockopt(int(fd), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-}
-
 bool rawsocket::peerName(std::intptr_t fd, sockaddr_storage& address)
 {
     socklen_t len = sizeof address;

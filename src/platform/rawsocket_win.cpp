@@ -17,12 +17,6 @@ void rawsocket::setNonBlocking(std::intptr_t fd)
     ::ioctlsocket(SOCKET(fd), FIONBIO, &on);
 }
 
-void rawsocket::setReceiveBuffer(std::intptr_t fd, int bytes)
-{
-    ::setsockopt(SOCKET(fd), SOL_SOCKET, SO_RCVBUF, reinterpret_cast<const char*>(&bytes),
-                 sizeof bytes);
-}
-
 bool rawsocket::peerName(std::intptr_t fd, sockaddr_storage& address)
 {
     int len = sizeof address;

@@ -293,6 +293,15 @@ bool frmMain::isListening() const
 void frmMain::Form_Load()
 {
     m_Loaded = false;
+    // Asked first: Ghostscript answers while the rest loads.
+    m_GsPath = QString::fromStdWString(ghostscriptProgram(Paths::programFolder().toStdWString()));
+    m_GsVersion.start(m_GsPath, [this](const QString& version) {
+        m_GsNeedsSafer = GhostscriptNeedsSafer(version);
+        if (m_GsNeedsSafer)
+            txtLog->append(QStringLiteral("Ghostscript %1 is older than 9.50 and not safe by "
+                                          "default: -dSAFER is added to its command lines")
+                               .arg(version));
+    });
     showMainFrameOnly();
     m_UserValidate = false;
     TxtEmailId->setText(m_Ids.userEMailId);
@@ -305,7 +314,6 @@ void frmMain::Form_Load()
     loadCloudDestination();
     Paths::ensureJobFolder();
     m_FileName = jobBaseName();
-    m_GsPath = QString::fromStdWString(ghostscriptProgram(Paths::programFolder().toStdWString()));
     settleJobOptions();
     DoChangeOption();
     // Start-up sets the box without writing the entry back.
@@ -326,12 +334,6 @@ void frmMain::settleJobOptions()
     m_GsLimits = {setting("GsCpuSeconds", m_Options.cpuSeconds, defaults.cpuSeconds),
                   setting("GsMemoryMB", m_Options.memoryMB, defaults.memoryMB),
                   setting("GsWallSeconds", m_Options.wallSeconds, defaults.wallSeconds)};
-    const QString version = GhostscriptVersion(m_GsPath);
-    m_GsNeedsSafer = GhostscriptNeedsSafer(version);
-    if (m_GsNeedsSafer)
-        txtLog->append(QStringLiteral("Ghostscript %1 is older than 9.50 and not safe by default: "
-                                      "-dSAFER is added to its command lines")
-                           .arg(version));
 
     const QString word = SettingsStore::get(QStringLiteral("JobQueue")).trimmed().toLower();
     const bool fromSetting =

@@ -243,6 +243,7 @@ private:
     QString m_CloudClientServerId;
     JobOptions m_Options;
     GsLimits m_GsLimits;
+    GhostscriptVersionProbe m_GsVersion; // asked at start-up, awaited by the first dispatch
     bool m_GsNeedsSafer = false;
     JobQueue* m_JobQueue = nullptr;     // --job-queue
     bool m_Dispatched = false;          // a job has been named since start-up

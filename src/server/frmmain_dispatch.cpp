@@ -66,6 +66,7 @@ JobDispatcher frmMain::dispatcher()
 {
     // The log box may be gone when a Ghostscript run ends with the closing window.
     QPointer<LogBox> log = txtLog;
+    m_GsVersion.wait();
     return JobDispatcher({m_GsPath, List2Text(),
                           [log](const QString& line) {
                               if (log)

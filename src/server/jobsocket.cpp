@@ -22,8 +22,6 @@ QString JobSocket::peerAddress(qintptr fd)
 namespace
 {
 constexpr qint64 kReadChunk = 1 << 20;
-// A large receive window lets a big job flow without stalling the sender.
-constexpr int kReceiveBufferBytes = 4 * 1024 * 1024;
 } // namespace
 
 JobSocket::JobSocket(qintptr descriptor, QObject* parent)
@@ -32,7 +30,8 @@ JobSocket::JobSocket(qintptr descriptor, QObject* parent)
 {
     m_notifier.setEnabled(false);
     rawsocket::setNonBlocking(m_fd);
-    rawsocket::setReceiveBuffer(m_fd, kReceiveBufferBytes);
+    // The receive window is left to the system's own tuning: a fixed size
+    // would turn that off, and a default system caps it far below what tuning reaches.
     connect(&m_notifier, &QSocketNotifier::activated, this, &JobSocket::DataArrival);
 }
 

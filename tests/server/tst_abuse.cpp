@@ -3,6 +3,7 @@
 #include "testsupport.h"
 
 #include <QAbstractItemModel>
+#include <QStandardPaths>
 
 #include <sys/socket.h>
 
@@ -306,6 +307,34 @@ private slots:
         send(q.port, page("still answering"));
         QTRY_VERIFY_WITH_TIMEOUT(pdfTexts(q.jobFolder()).contains("still answering"), 30000);
         QTRY_VERIFY(QDir(q.jobFolder()).entryList({"*.ps"}).isEmpty());
+    }
+
+    // The version is asked at start-up and answers late here: the first job still waits for it.
+    void oldGhostscriptRunsSafe_data()
+    {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<bool>("safer");
+        QTest::newRow("9.27") << "9.27" << true;
+        QTest::newRow("9.50") << "9.50.0" << false;
+        QTest::newRow("10.02") << "10.02.1" << false;
+    }
+    void oldGhostscriptRunsSafe()
+    {
+        QFETCH(QString, version);
+        QFETCH(bool, safer);
+        HeadlessQuorvel q;
+        const QString gs = q.home.filePath("bin/gs"), args = q.home.filePath("gs-args");
+        QVERIFY(QDir(q.home.path()).mkpath("bin"));
+        writeFile(gs, QStringLiteral("#!/bin/sh\nif [ \"$1\" = --version ]; then sleep 1; echo %1; "
+                                     "exit; fi\necho \"$@\" >> '%2'\nexec %3 \"$@\"\n")
+                          .arg(version, args, QStandardPaths::findExecutable("gs"))
+                          .toUtf8());
+        QVERIFY(QFile::setPermissions(gs, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QVERIFY(q.start());
+        send(q.port, page("safe or not"));
+        QTRY_VERIFY_WITH_TIMEOUT(pdfTexts(q.jobFolder()).contains("safe or not"), 30000);
+        QCOMPARE(QString::fromUtf8(readFile(args)).contains("-dSAFER"), safer);
+        QCOMPARE(q.log().contains("Ghostscript " + version + " is older than 9.50"), safer);
     }
 };
 
