@@ -15,11 +15,13 @@ std::unique_ptr<QTcpSocket> connectClient(quint16 port)
     return s->waitForConnected(5000) ? std::move(s) : nullptr;
 }
 
+// The server reads in this same thread: events run while the bytes go.
 void send(QTcpSocket& s, const QByteArray& data)
 {
     s.write(data);
-    while (s.bytesToWrite() > 0)
-        s.waitForBytesWritten(5000);
+    const QDeadlineTimer deadline(20000);
+    while (s.bytesToWrite() > 0 && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
 }
 
 RunOptions parsed(const QStringList& args, bool* ok = nullptr)
