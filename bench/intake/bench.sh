@@ -21,26 +21,23 @@ job="$work/job.ps"
 bytes=$(stat -c %s "$job")
 
 nc_times=(); keep_times=()
+# nc_run SINK: seconds nc takes to send the job to an nc listener writing to SINK.
+nc_run() {
+    local port lp t0
+    port=$(freeport)
+    nc -l 127.0.0.1 "$port" > "$1" &
+    lp=$!
+    sleep 0.3
+    t0=$(now)
+    nc -N 127.0.0.1 "$port" < "$job"
+    wait "$lp" || true
+    echo "$(now) - $t0" | bc -l
+}
 worst_q=
 peak_kb=0
 for i in $(seq "$runs"); do
-    port=$(freeport)
-    nc -l 127.0.0.1 "$port" > /dev/null &
-    lp=$!
-    sleep 0.3
-    t0=$(now)
-    nc -N 127.0.0.1 "$port" < "$job"
-    wait "$lp" || true
-    nc_times+=("$(echo "$(now) - $t0" | bc -l)")
-
-    port=$(freeport)
-    nc -l 127.0.0.1 "$port" > "$work/kept.ps" &
-    lp=$!
-    sleep 0.3
-    t0=$(now)
-    nc -N 127.0.0.1 "$port" < "$job"
-    wait "$lp" || true
-    keep_times+=("$(echo "$(now) - $t0" | bc -l)")
+    nc_times+=("$(nc_run /dev/null)")
+    keep_times+=("$(nc_run "$work/kept.ps")")
     rm -f "$work/kept.ps"
 
     port=$(freeport)
