@@ -81,5 +81,5 @@ private:
     QList<Binding> m_bindings;
     static constexpr qsizetype kScanned = 8;  // up to this many, a scan beats a hash look-up
     QHash<QByteArrayView, qsizetype> m_scope; // prefix: its innermost binding
-    QList<QByteArray> m_decodedValues; // attribute values that held entities
+    QList<QByteArray> m_decodedValues;        // attribute values that held entities
 };

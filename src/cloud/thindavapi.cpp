@@ -10,7 +10,9 @@
 #include <QScopeGuard>
 #include <QStringDecoder>
 #include <QUrl>
+#include <cctype>
 #include <cstdint>
+#include <cstring>
 
 // ---- DavCollection ---------------------------------------------------------
 
@@ -140,9 +142,41 @@ QString ThinDavApi::NormalisePath(const QString& name)
     return path;
 }
 
+QByteArray ThinDavApi::WirePath(const QString& name)
+{
+    // As a browser sends an http path: "\\" is a level, an escape already made stays, and what
+    // cannot stand in a request line (blanks, a lone "%", "?", "#", non-ASCII) is escaped.
+    const QByteArray utf8 = name.toUtf8();
+    QByteArray out;
+    out.reserve(utf8.size());
+    for (qsizetype i = 0; i < utf8.size(); ++i) {
+        const char c = utf8[i];
+        const bool escape = c == '%' && i + 2 < utf8.size() && isxdigit(uchar(utf8[i + 1])) &&
+                            isxdigit(uchar(utf8[i + 2]));
+        if (c == '\\')
+            out += '/';
+        else if (escape || (uchar(c) > 0x20 && uchar(c) < 0x7f && !strchr("%?#\"<>^`{|}", c)))
+            out += c;
+        else
+            out += '%' + QByteArray::number(uchar(c), 16).toUpper().rightJustified(2, '0');
+    }
+    return out;
+}
+
 QString ThinDavApi::RequestUrl(const QString& name) const
 {
-    return QUrl(m_baseUrl + NormalisePath(name), QUrl::TolerantMode).toString(QUrl::FullyEncoded);
+    return QString::fromLatin1(url(NormalisePath(name)).toEncoded());
+}
+
+QUrl ThinDavApi::url(const QString& name) const
+{
+    // An empty level (a server id left empty) would make "//", which not every server merges.
+    QByteArray path = WirePath(name);
+    while (path.contains("//"))
+        path.replace("//", "/");
+    if (path.startsWith('/'))
+        path.remove(0, 1);
+    return QUrl::fromEncoded(WirePath(m_baseUrl).append(path), QUrl::StrictMode);
 }
 
 QString ThinDavApi::UploadMessage()
@@ -172,7 +206,7 @@ void ThinDavApi::dropReply()
 QNetworkRequest ThinDavApi::open(const QString& name)
 {
     dropReply();
-    QNetworkRequest request(QUrl(m_baseUrl + name, QUrl::TolerantMode));
+    QNetworkRequest request(url(name));
     m_readyState = 1;
     request.setRawHeader("User-Agent", m_userAgent.toUtf8());
     request.setRawHeader("If-Modified-Since", "Tue, 1 Jan 1980 00:00:00 GMT");
@@ -246,7 +280,7 @@ void ThinDavApi::sendTransfer(const QByteArray& method, const QString& fromName,
                               const QString& toName, bool overWrite, const QByteArray& depth)
 {
     QNetworkRequest request = open(NormalisePath(fromName));
-    request.setRawHeader("Destination", (m_baseUrl + NormalisePath(toName)).toUtf8());
+    request.setRawHeader("Destination", url(NormalisePath(toName)).toEncoded());
     request.setRawHeader("Overwrite", overWrite ? "T" : "F");
     request.setRawHeader("Depth", depth);
     send(request, method);

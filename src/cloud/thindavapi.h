@@ -16,6 +16,7 @@
 class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
+class QUrl;
 
 // The response headers of an OPTIONS request: items under keys, keys
 // compared without regard to case, in the order they were added.
@@ -119,8 +120,11 @@ public:
     // An empty name is "/"; otherwise one leading and one trailing "/" go.
     static QString NormalisePath(const QString& name);
     // The URL a name is requested at: base URL followed by the normalised
-    // name; a blank or a backslash travels as %20 and %5C.
+    // name, as WirePath puts it on the wire.
     QString RequestUrl(const QString& name) const;
+    // A name as an http URL path: a backslash is "/", escapes stay, blanks, a lone "%", "?",
+    // "#" and non-ASCII are percent-encoded (UTF-8).
+    static QByteArray WirePath(const QString& name);
 
     // Text of the user message that PutFileText shows.
     static QString UploadMessage();
@@ -137,6 +141,7 @@ signals:
 private:
     void start(RequestCode code, const QVariant& tag);
     QNetworkRequest open(const QString& name);
+    QUrl url(const QString& name) const;
     void send(QNetworkRequest& request, const QByteArray& verb, const QByteArray& body = {},
               bool hasBody = false);
     void dropReply();

@@ -195,6 +195,24 @@ void UcCloudSrvr::UcCheckDownloadList(const QString& UcDwLoadList)
     DAV->GetFileText(txtDirectory->text() + u'/' + m_fileName);
 }
 
+void UcCloudSrvr::UcDeleteCloudFile(const QString& UcFileName)
+{
+    m_fileName = UcFileName;
+    txtDirectory->setText(ServerFolder());
+    Log(QStringLiteral("Requesting DELETE"));
+    Busy();
+    DAV->Delete(txtDirectory->text() + u'/' + m_fileName);
+}
+
+QList<DirEntry> UcCloudSrvr::ListedFiles() const
+{
+    QList<DirEntry> files;
+    for (qsizetype n = 1; n < m_entries.size(); ++n)
+        if (!m_entries[n].isCollection && !DavDecodedName(m_entries[n].name).isEmpty())
+            files << m_entries[n];
+    return files;
+}
+
 void UcCloudSrvr::DAV_Complete(int Request)
 {
     setTimerEnabled(false);
@@ -218,6 +236,9 @@ void UcCloudSrvr::DAV_Complete(int Request)
         break;
     case ThinDavApi::rqMakeDir:
         MakeDirStep();
+        break;
+    case ThinDavApi::rqDelete:
+        DeleteStep();
         break;
     case ThinDavApi::rqPutFileBytes:
     case ThinDavApi::rqPutFileText:
@@ -279,6 +300,11 @@ void UcCloudSrvr::ListingStep()
             return;
         }
         if (m_stage == kRootServer) {
+            if (!DAV->IsStatus2XX())
+                Log(QStringLiteral("The user's collection %1 could not be read, so the server "
+                                   "collection goes to %2/%3, where no sender will look.")
+                        .arg(QString(txtDirectory->text()).replace(u'\\', u'/'), m_listedDirectory,
+                             Text4->text().trimmed()));
             Log(QStringLiteral("Requesting MKCOL"));
             Busy();
             DAV->MakeDir(m_listedDirectory + u'/' + Text4->text().trimmed());
@@ -357,6 +383,12 @@ void UcCloudSrvr::UploadResultStep()
     LogStatus();
     if (!DAV->IsStatus2XX()) {
         Log(QStringLiteral("Failed"));
+        if (DAV->Status() == 413)
+            Log(QStringLiteral("The share refused the job %1 of %2 bytes as too large: the "
+                               "server's upload limit must be raised (nginx: "
+                               "client_max_body_size).")
+                    .arg(m_fileName)
+                    .arg(m_uploadText.size()));
         Log(QString());
         MsgBox(QStringLiteral("Make file ") + m_fileName + kCrLf + kCrLf +
                    QStringLiteral("failed") + kCrLf + kCrLf + DAV->StatusText(),
@@ -377,6 +409,18 @@ void UcCloudSrvr::DownloadStep()
     MsgBox(QStringLiteral("Open file ") + m_fileName + kCrLf + kCrLf + QStringLiteral("failed") +
                kCrLf + kCrLf + DAV->StatusText(),
            MsgIcon::Exclamation);
+    emit TransferEnded(ThinDavApi::rqGetFileText, false);
+}
+
+void UcCloudSrvr::DeleteStep()
+{
+    LogStatus();
+    const bool ok = DAV->IsStatus2XX();
+    if (!ok)
+        Log(QStringLiteral("The fetched file %1 could not be removed from the share; it stays "
+                           "there and is not fetched again by a poll.")
+                .arg(m_fileName));
+    emit TransferEnded(ThinDavApi::rqDelete, ok);
 }
 
 void UcCloudSrvr::tmrTimeout_Timer()

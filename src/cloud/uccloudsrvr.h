@@ -34,6 +34,10 @@ public:
                              const QString& UcFileContent);
     void UcCheckCloudList();
     void UcCheckDownloadList(const QString& UcDwLoadList);
+    // Removes a fetched file from this server's collection.
+    void UcDeleteCloudFile(const QString& UcFileName);
+    // The files of the last listing, in its order (the listed collection left out).
+    QList<DirEntry> ListedFiles() const;
 
     ThinDavApi* Dav() const { return DAV; }
     const QString& Stage() const { return m_stage; }
@@ -55,6 +59,8 @@ signals:
     void ServerInfoReturn(QString& ServerFileList);
     void ValidateUser(bool& UserValidate);
     void CloudFileReceived(QString& CloudFileText2);
+    // A fetch that failed, or a delete, has ended: the host may go on with its next file.
+    void TransferEnded(int Request, bool ok);
 
 private:
     void UserControl_Initialize();
@@ -67,6 +73,7 @@ private:
     void UploadCheckStep();
     void UploadResultStep();
     void DownloadStep();
+    void DeleteStep();
 
     void Log(const QString& text);
     void LogStatus();

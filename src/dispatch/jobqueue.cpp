@@ -68,13 +68,15 @@ void JobQueue::stall(const QString& why)
                    .arg(QDir::toNativeSeparators(m_folder), why));
 }
 
-void JobQueue::add(QByteArrayView bytes, const QString& from)
+bool JobQueue::add(QByteArrayView bytes, const QString& from)
 {
     Entry entry{QString(), QByteArray(), from};
-    if (!spool(entry, bytes))
+    const bool spooled = spool(entry, bytes);
+    if (!spooled)
         entry.bytes = bytes.toByteArray();
     m_jobs.push_back(std::move(entry));
     schedule();
+    return spooled;
 }
 
 int JobQueue::resume()

@@ -26,8 +26,9 @@ public:
     };
     JobQueue(const QString& jobFolder, Host host, QObject* parent = nullptr);
 
-    // A finished job's bytes (blank-only ones are the caller's to drop).
-    void add(QByteArrayView bytes, const QString& from);
+    // A finished job's bytes (blank-only ones are the caller's to drop); true once they are in
+    // the spool folder, false while they wait in memory for it.
+    bool add(QByteArrayView bytes, const QString& from);
     // Queues the jobs an earlier run spooled and did not finish; returns how many.
     int resume();
     // Jobs not yet done, the one converting now included.

@@ -312,6 +312,14 @@ void frmMain::Form_Load()
     m_PrinterName = SettingsStore::get(QStringLiteral("Name"));
     PopulateListControlWithPrinters(List2);
     loadCloudDestination();
+    const QString afterFetch = SettingsStore::get(QStringLiteral("CloudAfterFetch")).trimmed();
+    m_CloudDeleteAfterFetch = afterFetch.compare(QLatin1String("delete"), Qt::CaseInsensitive) == 0;
+    if (!afterFetch.isEmpty() && !m_CloudDeleteAfterFetch &&
+        afterFetch.compare(QLatin1String("keep"), Qt::CaseInsensitive) != 0)
+        Log::line(QStringLiteral("Setting CloudAfterFetch: keep or delete, not \"%1\"; fetched "
+                                 "files are kept on the share")
+                      .arg(afterFetch),
+                  true);
     Paths::ensureJobFolder();
     m_FileName = jobBaseName();
     settleJobOptions();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cloud/cloudfetchrecord.h"
 #include "common/int16.h"
 #include "common/log.h"
 #include "common/twips.h"
@@ -84,8 +85,12 @@ public:
     // Without a window: the user check of an id, "Get Cloud Data" now, and
     // "Get Cloud Data" every few seconds.
     void registerUser(const QString& id);
-    void fetchCloudJobs();
+    // A poll fetches only files it has not fetched before; "Get Cloud Data" the first listed.
+    void fetchCloudJobs(bool poll = false);
     void startCloudPoll(int seconds);
+    // CloudAfterFetch "delete": a fetched file leaves the share once its job is safe here.
+    void setCloudDeleteAfterFetch(bool remove) { m_CloudDeleteAfterFetch = remove; }
+    const CloudFetchRecord& cloudFetched() const { return m_CloudFetched; }
     // Where "Print to Cloud Printer" uploads: set at start-up and by the server list editor.
     void setCloudDestination(const QString& userId, const QString& serverId);
     const QString& cloudClientUserId() const { return m_CloudClientUserId; }
@@ -221,6 +226,8 @@ private:
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
     void registrationEnded(bool found);                         // frmmain_cloud.cpp
+    void nextCloudStep();                                       // frmmain_cloud.cpp
+    void settleCloudFile(const DirEntry& file, bool safe);      // frmmain_cloud.cpp
     void fillPrinterGrid(QListWidget* ListControl);             // frmmain_printers.cpp
     void markPrinterStates(const QMap<QString, bool>& offline); // frmmain_printers.cpp
     void choosePrinterRow(Int16 newRow);                        // frmmain_printers.cpp
@@ -232,7 +239,8 @@ private:
     bool m_Loading = false;
     bool m_UserValidate = false;
     bool m_Registering = false; // a user check asked for on the command line
-    bool m_FetchAfterRegistration = false;
+    // A fetch asked for during the check: none, only a poll's, or a person's (which wins).
+    enum class Deferred { None, Poll, Manual } m_FetchAfterRegistration = Deferred::None;
     ProgramIds m_Ids;
     ListenOptions m_Listen;
     Int16 m_ListenPort;
@@ -248,6 +256,17 @@ private:
     JobQueue* m_JobQueue = nullptr;     // --job-queue
     bool m_Dispatched = false;          // a job has been named since start-up
     FrmClSrLst* m_FrmClSrLst = nullptr; // made at the first "Select Cloud Server"
+
+    // One fetch of waiting cloud files at a time, from the listing to the last delete.
+    struct CloudFetch {
+        bool active = false; // polls wait while it is, a fetched job's dispatch included
+        bool poll = false;   // only files not fetched before
+        QList<DirEntry> todo;
+        QList<DirEntry> toDelete;
+        DirEntry current; // being fetched; no path when the name matched no listed file
+    } m_CloudFetch;
+    CloudFetchRecord m_CloudFetched;
+    bool m_CloudDeleteAfterFetch = false;
 
     // intake state
     JobBuffer m_JobBuffer;

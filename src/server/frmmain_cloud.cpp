@@ -17,6 +17,8 @@
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <utility>
 
 void frmMain::setupCloud()
 {
@@ -35,6 +37,11 @@ void frmMain::setupCloud()
             [this](QString& list) { RunGuarded([&] { UcCloudSrvr1_ServerInfoReturn(list); }); });
     connect(UcCloudSrvr1, &UcCloudSrvr::CloudFileReceived, this,
             [this](QString& data) { RunGuarded([&] { UcCloudSrvr1_CloudFileReceived(data); }); });
+    // A failed fetch or a delete: the next file of the same fetch.
+    connect(UcCloudSrvr1, &UcCloudSrvr::TransferEnded, this, Guarded([this] {
+                if (m_CloudFetch.active)
+                    nextCloudStep();
+            }));
 }
 
 void frmMain::Check1_Click()
@@ -92,7 +99,34 @@ void frmMain::Command5_Click()
 
 void frmMain::UcCloudSrvr1_ServerInfoReturn(const QString& fileList)
 {
+    const QList<DirEntry> files = UcCloudSrvr1->ListedFiles();
+    m_CloudFetched.keepListed(files);
+    if (std::exchange(m_CloudFetch.poll, false)) {
+        // Unattended: each file once, and no box when there is nothing new.
+        QList<DirEntry> fresh;
+        for (const DirEntry& file : files)
+            if (!m_CloudFetched.contains(file))
+                fresh << file;
+        if (fresh.isEmpty()) {
+            txtLog->append(QStringLiteral("Cloud poll: no new job on the share (%1 fetched before)")
+                               .arg(files.size()));
+            m_CloudFetch = {};
+            return;
+        }
+        // The queue takes every waiting job; the one buffer only the first.
+        m_CloudFetch.todo = m_JobQueue ? fresh : fresh.mid(0, 1);
+        m_CloudFetch.active = true;
+        List3->clear();
+        for (const DirEntry& file : std::as_const(m_CloudFetch.todo))
+            List3->addItem(DavDecodedName(file.name));
+        txtLog->append(QStringLiteral("Total Printouts Found > ") +
+                       QString::number(List3->count()) +
+                       QStringLiteral(" > \r\n\r\nPrinting now..."));
+        nextCloudStep();
+        return;
+    }
     if (fileList.isEmpty()) {
+        m_CloudFetch = {};
         MsgBox(QStringLiteral("No Files Found..."));
         return;
     }
@@ -102,12 +136,20 @@ void frmMain::UcCloudSrvr1_ServerInfoReturn(const QString& fileList)
             List3->addItem(name);
     txtLog->append(QStringLiteral("Total Printouts Found > ") + QString::number(List3->count()) +
                    QStringLiteral(" > \r\n\r\nPrinting now..."));
-    fetchFirstCloudFile();
+    m_CloudFetch.active = true;
+    m_CloudFetch.current = {};
+    for (const DirEntry& file : files)
+        if (List3->count() > 0 && DavDecodedName(file.name) == List3->item(0)->text()) {
+            m_CloudFetch.current = file;
+            break;
+        }
+    if (!fetchFirstCloudFile())
+        m_CloudFetch = {};
 }
 
 bool frmMain::fetchFirstCloudFile()
 {
-    // Only the first file is fetched here; it stays on the share.
+    // Only the first file is fetched here, recorded before or not.
     if (List3->count() == 0)
         return false;
     List3->setCurrentRow(0);
@@ -115,6 +157,40 @@ bool frmMain::fetchFirstCloudFile()
     return true;
 }
 
+void frmMain::nextCloudStep()
+{
+    // One request at a time: the deletes of fetched files first, then the next fetch.
+    if (!m_CloudFetch.toDelete.isEmpty()) {
+        UcCloudSrvr1->UcDeleteCloudFile(DavDecodedName(m_CloudFetch.toDelete.takeFirst().name));
+        return;
+    }
+    if (m_CloudFetch.todo.isEmpty()) {
+        m_CloudFetch = {};
+        return;
+    }
+    m_CloudFetch.current = m_CloudFetch.todo.takeFirst();
+    const QString name = DavDecodedName(m_CloudFetch.current.name);
+    const auto rows = List3->findItems(name, Qt::MatchExactly);
+    if (!rows.isEmpty())
+        List3->setCurrentItem(rows.first());
+    UcCloudSrvr1->UcCheckDownloadList(name);
+}
+
+void frmMain::settleCloudFile(const DirEntry& file, bool safe)
+{
+    if (file.relativePath.isEmpty())
+        return;
+    m_CloudFetched.add(file);
+    if (!m_CloudDeleteAfterFetch)
+        return;
+    if (safe)
+        m_CloudFetch.toDelete << file;
+    else
+        txtLog->append(QStringLiteral("Cloud job %1 could not be written here, so it stays on "
+                                      "the share; fetch it again once the job folder can be "
+                                      "written")
+                           .arg(DavDecodedName(file.name)));
+}
 void frmMain::sendToCloud(const Job& job)
 {
     // The buffer stays as it is and no local file is made.
@@ -135,17 +211,25 @@ void frmMain::uploadToCloud(const Job& job, const QByteArray& bytes)
 
 void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)
 {
+    const DirEntry file = std::exchange(m_CloudFetch.current, {});
     // One character per byte, as the job was uploaded.
     if (m_JobQueue) {
-        // A job of its own: it replaces nothing.
+        // A job of its own: it replaces nothing, and is safe once spooled.
         const QByteArray bytes = data.toLatin1();
-        if (JobBuffer::holdsMoreThanBlanks(bytes))
-            m_JobQueue->add(bytes, QStringLiteral("the cloud share"));
-        return;
+        const bool safe = !JobBuffer::holdsMoreThanBlanks(bytes) ||
+                          m_JobQueue->add(bytes, QStringLiteral("the cloud share"));
+        settleCloudFile(file, safe);
+    } else {
+        m_JobBuffer = data.toLatin1();
+        // Polls wait for this dispatch; a file recorded only once it is done is fetched again
+        // after a crash rather than lost.
+        m_CloudFetch.active = true;
+        if (m_JobBuffer.holdsMoreThanBlanks())
+            Command1_Click();
+        settleCloudFile(file, true);
     }
-    m_JobBuffer = data.toLatin1();
-    if (m_JobBuffer.holdsMoreThanBlanks())
-        Command1_Click();
+    if (m_CloudFetch.active)
+        nextCloudStep();
 }
 
 // Receiving without a window: the command line does what a user does with
@@ -176,28 +260,32 @@ void frmMain::registrationEnded(bool found)
                       .arg(m_Ids.userEMailId, m_Ids.installationId),
                   true);
     }
-    if (m_FetchAfterRegistration) {
-        m_FetchAfterRegistration = false;
-        fetchCloudJobs();
-    }
+    if (const Deferred fetch = std::exchange(m_FetchAfterRegistration, Deferred::None);
+        fetch != Deferred::None)
+        fetchCloudJobs(fetch == Deferred::Poll);
 }
 
-void frmMain::fetchCloudJobs()
+void frmMain::fetchCloudJobs(bool poll)
 {
     // A fetch waits for a registration still under way.
     if (m_Registering) {
-        m_FetchAfterRegistration = true;
+        m_FetchAfterRegistration =
+            std::max(m_FetchAfterRegistration, poll ? Deferred::Poll : Deferred::Manual);
         return;
     }
-    // A fetch or download still going is left to finish.
-    if (!UcCloudSrvr1->isEnabled())
+    // A fetch, its deletes or a fetched job's dispatch still going is left to finish.
+    if (!UcCloudSrvr1->isEnabled() || m_CloudFetch.active)
         return;
+    m_CloudFetch.poll = poll;
     Command5_Click();
+    m_CloudFetch.active = !UcCloudSrvr1->isEnabled(); // a listing went out
+    if (!m_CloudFetch.active)
+        m_CloudFetch = {};
 }
 
 void frmMain::startCloudPoll(int seconds)
 {
     auto* poll = new QTimer(this);
-    connect(poll, &QTimer::timeout, this, Guarded([this] { fetchCloudJobs(); }));
+    connect(poll, &QTimer::timeout, this, Guarded([this] { fetchCloudJobs(true); }));
     poll->start(seconds * 1000);
 }

@@ -125,6 +125,11 @@ bool RunOptions::parse(const QStringList& arguments)
     QCommandLineOption pollOpt(QStringLiteral("cloud-poll"),
                                QStringLiteral("Fetch waiting cloud jobs every N seconds."),
                                QStringLiteral("N"));
+    QCommandLineOption afterFetchOpt(
+        QStringLiteral("cloud-after-fetch"),
+        QStringLiteral("What becomes of a fetched cloud file on the share: keep (default) or "
+                       "delete, once its job is safe here."),
+        QStringLiteral("keep|delete"));
     QCommandLineOption listenOpt(
         QStringLiteral("listen"),
         QStringLiteral("Listen on this address of the computer only (default: all)."),
@@ -149,8 +154,8 @@ bool RunOptions::parse(const QStringList& arguments)
         {QStringLiteral("gs-wall-seconds"),
          QStringLiteral("Time a Ghostscript run may take (0: no limit)."), QStringLiteral("N")}};
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
-                       registerOpt, getOpt, pollOpt, listenOpt, allowOpt, maxOpt, queueOpt,
-                       limitOpts[0], limitOpts[1], limitOpts[2]});
+                       registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
+                       queueOpt, limitOpts[0], limitOpts[1], limitOpts[2]});
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
@@ -193,6 +198,13 @@ bool RunOptions::parse(const QStringList& arguments)
                          qPrintable(parser.value(pollOpt)));
             return false;
         }
+    }
+    cloudAfterFetch = parser.value(afterFetchOpt).trimmed().toLower();
+    if (parser.isSet(afterFetchOpt) && cloudAfterFetch != QLatin1String("keep") &&
+        cloudAfterFetch != QLatin1String("delete")) {
+        std::fprintf(stderr, "--cloud-after-fetch: keep or delete, not %s\n",
+                     qPrintable(parser.value(afterFetchOpt)));
+        return false;
     }
     printer = parser.value(printerOpt);
     if (parser.isSet(queueOpt))
@@ -277,6 +289,8 @@ void RunOptions::apply(frmMain& window) const
                       true);
         }
     }
+    if (!cloudAfterFetch.isEmpty())
+        window.setCloudDeleteAfterFetch(cloudAfterFetch == QLatin1String("delete"));
     if (!registerId.isEmpty())
         window.registerUser(registerId);
     if (getCloudData)

@@ -45,6 +45,7 @@ struct RunOptions {
     QString registerId;        // --register: the user check of this id
     bool getCloudData = false; // --get-cloud-data: one fetch at start-up
     int cloudPoll = 0;         // --cloud-poll: a fetch every so many seconds
+    QString cloudAfterFetch;   // --cloud-after-fetch: "keep" or "delete"; empty: the setting
     JobOptions jobs;           // --job-queue and Ghostscript's limits
     int exitCode = 2;          // when parse() says the program should end: 0 after --help
 

@@ -219,8 +219,9 @@ private slots:
         QVERIFY(!api.Aborted());
 
         const QByteArray binary("\x00\x01\xff\xfe", 4);
-        // Blanks and backslashes ("\" separates levels on the share) escaped, escapes kept.
-        QCOMPARE(api.RequestUrl("a\\b c%20d"), url + "a%5Cb%20c%20d");
+        // "\" is a level on the wire, escapes stay, the rest is escaped as UTF-8.
+        QCOMPARE(api.RequestUrl("a\\b c%20d"), url + "a/b%20c%20d");
+        QCOMPARE(api.RequestUrl("\\x\\\\y?#%zz\u00fc/"), url + "x/y%3F%23%25zz%C3%BC");
         DAV(api, PutFileBytes(dir + "/job 1.ps", binary, "application/x-raw"));
         DAV(api, MakeDir(dir + "\\sub"));
         DAV(api, GetFileLength(dir + "/job%201.ps"));
@@ -436,8 +437,10 @@ private slots:
         // "empty" is a user there; then nothing answers (a failed listing keeps the last folder).
         row("gone in the middle", "answers", "empty", "server srv1", 3,
             {"User Id Found...empty", "ValidateUser:true"},
-            "Requesting MKCOL|1 Connection refused|Failed|The server collection CloudPrint\\srv1 "
-            "could not be made: jobs for it will fail.||",
+            "Requesting PROPFIND|1 Connection refused|The user's collection CloudPrint/empty could "
+            "not be read, so the server collection goes to CloudPrint/srv1, where no sender will "
+            "look.|Requesting MKCOL|1 Connection refused|Failed|The server collection "
+            "CloudPrint\\srv1 could not be made: jobs for it will fail.||",
             {"@apache-alice-depth1.xml"});
         row("self-signed certificate", "tls", "%u", "server srv1", 1, notFound,
             "Requesting PROPFIND|6 Refused: the share's certificate is not trusted here (SSL "
@@ -487,6 +490,12 @@ private slots:
         row("missing folder", "share", "%u", "put nofolder job", 2,
             {ThinDavApi::UploadMessage(), "Exclamation: Make file job.ps\r\n\r\nfailed\r\n\r\n%1"},
             "Requesting PUT|err|Failed||");
+        row("job too large", "answers", "%u", "put srv1 job", 2,
+            {ThinDavApi::UploadMessage(), "Exclamation: Make file job.ps\r\n\r\nfailed\r\n\r\n%1"},
+            "Requesting PUT|err|Failed|The share refused the job job.ps of 1 bytes as too large: "
+            "the server's upload limit must be raised (nginx: client_max_body_size).||",
+            {"404 Not Found\r\nContent-Length: 0\r\n\r\n",
+             "413 Request Entity Too Large\r\nContent-Length: 0\r\n\r\n"});
         // HEAD fails, so the PUT goes out; it fails without Complete: the control stays busy.
         row("closed: upload", "closed", "%u", "put srv1 job", 1, {ThinDavApi::UploadMessage()},
             "Requesting HEAD|1 Connection refused|Requesting PUT|");
@@ -548,11 +557,11 @@ private slots:
         if (uc.Dav()->Status() >= 100 && uc.idle()) // logged with the server's own reason
             QVERIFY(logged.contains(QString::number(uc.Dav()->Status()) + u' ' + reason));
         QCOMPARE(uc.idle(), !log.endsWith("Requesting PUT|"));
-        // A server made is on the share, asked for with "\" between user and server.
+        // A server made is on the share, its levels sent as "/" whatever the name holds.
         if (log.endsWith("MKCOL|2xx|")) {
             QVERIFY(QFileInfo(root + "/CloudPrint/" + owner + u'/' + words[1]).isDir());
             QVERIFY(onShare("../../logs/access.log")
-                        .contains("\"MKCOL /dav/CloudPrint%5C" + QUrl::toPercentEncoding(owner) +
+                        .contains("\"MKCOL /dav/CloudPrint/" + QUrl::toPercentEncoding(owner) +
                                   u'/' + words[1].toUtf8() + "/ HTTP/1.1\" 2"));
         }
         // No user made, no job touched.

@@ -52,47 +52,91 @@ private slots:
         QProcess::execute("chown", {"-R", "www-data:www-data", root + "/CloudPrint"});
     }
 
-    void twoInstallationsSideBySide()
+    // Sender to share to receiver, on the share as packaged: each waiting job printed once,
+    // across polls and a restart; with "delete" the share is empty afterwards.
+    void cloudRoad_data()
     {
-        // Every byte value, read past by the job itself: the bytes must arrive unchanged.
-        const QByteArray job = "%!PS\ncurrentfile 256 string readstring\n" + allByteValues() +
-                               " pop pop\n/Helvetica findfont 24 scalefont setfont 72 700 moveto\n"
-                               "(Cloud job) show showpage\n";
+        QTest::addColumn<QStringList>(
+            "receiver"); // its options besides --register and --cloud-poll
+        QTest::addColumn<bool>("deletes");
+        QTest::newRow("one buffer, files kept") << QStringList() << false;
+        QTest::newRow("queue, files deleted")
+            << QStringList{"--job-queue", "--cloud-after-fetch", "delete"} << true;
+    }
+    void cloudRoad()
+    {
+        QFETCH(QStringList, receiver);
+        QFETCH(bool, deletes);
+        // Every byte value, read past by the job itself; and one over 1 MB.
+        QByteArrayList jobs = {"%!PS\ncurrentfile 256 string readstring\n" + allByteValues() +
+                                   " pop pop\n/Helvetica findfont 24 scalefont setfont 72 700 "
+                                   "moveto\n(Cloud job) show showpage\n",
+                               makePsJob(1)};
+        while (jobs[1].size() <= 1 << 20)
+            jobs[1] += '%' + QByteArray(98, 'x') + '\n';
         // Two programs, each with its own folder, settings and port, no window.
         HeadlessQuorvel programs[2];
-        const auto run = [&](int i, const QMap<QString, QString>& settings, QStringList args) {
+        for (auto& p : programs)
             for (auto [key, dav] : {std::pair{"CloudBaseUrl", "DAV_URL"},
                                     {"CloudUser", "DAV_USER"},
                                     {"CloudPassword", "DAV_PASSWORD"}})
-                programs[i].put(key, m_dav.value(dav));
-            for (auto it = settings.begin(); it != settings.end(); ++it)
-                programs[i].put(it.key(), it.value());
-            return programs[i].start(args);
-        };
-        // The sender prints where its server list chose: this installation's collection.
-        QVERIFY(run(0,
-                    {{"ClientUserId1", kInstallation},
-                     {"ClientServerId1", kEmail},
-                     {"Selected1", "Y"},
-                     {"CloudClientUserId", kInstallation},
-                     {"CloudClientServerId", kEmail}},
-                    {"--output", "cloud"}));
-        sendJob(programs[0].port, job);
-        QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 1, 15000);
-        QCOMPARE(readFile(filesBelow(m_collection)[0]), job); // byte for byte
-        QVERIFY(programs[0].waitForLog("the job buffer is kept"));
-        QVERIFY(programs[0].log().contains("Print Uploaded to Cloud..."));
+                p.put(key, m_dav.value(dav));
+        // The sender prints where its server list chose; queued, each upload is its own job.
+        for (auto [key, value] : {std::pair{"ClientUserId1", kInstallation},
+                                  {"ClientServerId1", kEmail},
+                                  {"Selected1", QStringLiteral("Y")},
+                                  {"CloudClientUserId", kInstallation},
+                                  {"CloudClientServerId", kEmail}})
+            programs[0].put(key, value);
+        QVERIFY(programs[0].start({"--output", "cloud", "--job-queue"}));
+        for (const QByteArray& job : jobs) {
+            sendJob(programs[0].port, job);
+            QTest::qWait(1100); // a name of its own
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 2, 15000);
+        QByteArrayList onShare;
+        for (const QString& f : filesBelow(m_collection))
+            onShare << readFile(f);
+        QByteArrayList sent = jobs;
+        std::sort(onShare.begin(), onShare.end()), std::sort(sent.begin(), sent.end());
+        QCOMPARE(onShare, sent); // byte for byte, three collections down
         QCOMPARE(QDir(programs[0].jobFolder()).entryList(QDir::Files), QStringList());
 
-        // The receiver, registered before, fetches at start-up and keeps a PDF.
-        QVERIFY(run(1,
-                    {{"EMailId", kEmail}, {"UserValidate", kEmail}, {"InstallationId", kInstallation}},
-                    {"--get-cloud-data"}));
-        const QDir jobs(programs[1].jobFolder());
-        QTRY_VERIFY_WITH_TIMEOUT(jobs.entryList(QDir::Files).size() == 1 &&
-                                     jobs.entryList(QDir::Files)[0].endsWith(".pdf"),
-                                 30000);
-        QCOMPARE(filesBelow(m_collection).size(), 1); // it stays on the share
+        // The receiver registers its user id, then polls every second.
+        programs[1].put("EMailId", kEmail);
+        programs[1].put("InstallationId", kInstallation);
+        const QStringList args = receiver + QStringList{"--register", kEmail, "--cloud-poll", "1"};
+        const auto pdfs = [&] {
+            return QDir(programs[1].jobFolder()).entryList({"*.pdf"}, QDir::Files).size();
+        };
+        for (int run = 0; run < 2; ++run) { // polls, then a new process: none printed again
+            if (run)
+                programs[1].stop();
+            QVERIFY(programs[1].start(args));
+            QVERIFY(programs[1].waitForLog("is registered for this installation"));
+            if (!run)
+                QTRY_COMPARE_WITH_TIMEOUT(pdfs(), 2, 30000);
+            QTRY_VERIFY_WITH_TIMEOUT(programs[1].log().count("Cloud poll: no new job") >= 2, 15000);
+            QCOMPARE(pdfs(), 2);
+        }
+        QVERIFY2(!programs[1].log().contains("No Files Found"), qPrintable(programs[1].log()));
+        QCOMPARE(filesBelow(m_collection).size(), deletes ? 0 : 2);
+    }
+
+    // A stored row without a server id, while "Print to Cloud Printer" stays checked.
+    void emptyServerIdUploadsToTheUser()
+    {
+        TestServer s;
+        frmMain& w = start(s);
+        w.setCloudDestination(kInstallation, kEmail);
+        w.Option9->click();
+        w.setCloudDestination(kInstallation, QString());
+        QVERIFY(w.Option9->isChecked() && !w.Option9->isEnabled());
+        QVERIFY(w.isListening());
+        sendJob(s.port, makePsJob(1));
+        const QString user = QFileInfo(m_collection).path();
+        QTRY_COMPARE_WITH_TIMEOUT(QDir(user).entryList(QDir::Files).size(), 1, 15000);
+        QCOMPARE(readFile(QDir(user).filePath(QDir(user).entryList(QDir::Files)[0])), makePsJob(1));
     }
 
     // What the receiving window does with a listing or a fetched file.
@@ -129,24 +173,6 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), job ? 1 : 0, 30000);
     }
 
-    void headlessReceiverRegistersAndPolls()
-    {
-        // A job waits on the share; a fresh installation registers its user id
-        // and fetches it at start-up; each poll fetches it again (it stays there).
-        QVERIFY(writeFile(m_collection + QStringLiteral("/File_261122_101010.ps"), makePsJob(1)));
-        TestServer s;
-        frmMain& w = start(s, false, {QString(), kInstallation});
-        RunOptions o;
-        QVERIFY(
-            o.parse({"quorvel", "--register", kEmail, "--get-cloud-data", "--cloud-poll", "2"}));
-        o.apply(w);
-        QTRY_VERIFY_WITH_TIMEOUT(s.jobFiles() == QStringList{w.fileName() + ".pdf"}, 30000);
-        QVERIFY(w.userValidated());
-        QCOMPARE(SettingsStore::get(QStringLiteral("UserValidate")), kEmail);
-        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), 2, 30000);
-        QVERIFY2(!s.shown().contains(QLatin1String("Validated")), qPrintable(s.shown()));
-    }
-
     void messagesWithoutJobsOrValidation()
     {
         {
@@ -155,8 +181,13 @@ private slots:
             QCOMPARE(s.shown(), QStringLiteral("User Id Not Validated..."));
         }
         TestServer s;
-        start(s).Command5->click(); // the collection is empty
+        frmMain& w = start(s);
+        w.Command5->click(); // the collection is empty: the button tells, a poll only logs
         QTRY_COMPARE_WITH_TIMEOUT(s.shown(), QStringLiteral("No Files Found..."), 15000);
+        QTRY_VERIFY(w.UcCloudSrvr1->isEnabled());
+        w.fetchCloudJobs(true);
+        QTRY_VERIFY_WITH_TIMEOUT(w.txtLog->text().contains("Cloud poll: no new job"), 15000);
+        QCOMPARE(s.shown(), QStringLiteral("No Files Found..."));
     }
 
     void unknownUserUntagsTheBox()

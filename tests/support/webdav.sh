@@ -1,7 +1,6 @@
 #!/bin/bash
 # A private Apache WebDAV share (mod_dav, Basic auth) on 127.0.0.1 for the cloud tests.
 # Usage: webdav.sh up|down STATEDIR; "up" writes STATEDIR/webdav.env (see dav_share).
-# "\" in a request path separates levels as on the Windows servers; Apache alone keeps it in a name.
 set -u
 . "$(dirname "$0")/servicelib.sh"
 start_server() { apache2 -f "$1/webdav.conf" -k start && wait_pid "$1/apache.pid"; }
