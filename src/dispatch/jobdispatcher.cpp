@@ -15,6 +15,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 JobDispatcher::JobDispatcher(Host host) : m_host(std::move(host)) {}
 
@@ -52,12 +53,19 @@ std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
 void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
 {
     using Action = OutputChoice::Action;
-    // True once the run has ended without usable output: no wait can end then.
-    const auto failed = [&] { return run && run->ended && !run->failure.isEmpty(); };
+    // True once the run has ended without usable output, or its output has gone since (its
+    // folder removed): no wait can end then.
+    const auto failed = [&] {
+        return run && run->ended && (!run->failure.isEmpty() || !QFileInfo::exists(job.outputPath));
+    };
     const auto lost = [&] {
         if (!failed())
             return false;
-        m_host.log(QStringLiteral("Job %1 is lost: %2").arg(job.baseName, run->failure));
+        m_host.log(QStringLiteral("Job %1 is lost: %2")
+                       .arg(job.baseName, run->failure.isEmpty()
+                                              ? QStringLiteral("its output %1 was removed")
+                                                    .arg(QDir::toNativeSeparators(job.outputPath))
+                                              : run->failure));
         return true;
     };
     Steps step;

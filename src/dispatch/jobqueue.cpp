@@ -167,7 +167,8 @@ void JobQueue::ended(const Job& job, const GsRun& run)
 {
     if (!run.failure.isEmpty())
         return fail(job, run.failure);
-    RunGuarded([&] { m_host.dispatcher().complete(job); });
+    // The run goes along: an output removed since it ended must not be waited for.
+    RunGuarded([&] { m_host.dispatcher().complete(job, std::make_shared<const GsRun>(run)); });
     done();
 }
 

@@ -220,7 +220,7 @@ private:
     void settleJobOptions();
     int newElementIndex() const; // frmmain_intake.cpp
     JobSocket* loadSocket(int index);
-    void addStatus(const QString& text);
+    void addStatus(const QString& text, bool log = true);
     void connectPrinterList(); // frmmain_printers.cpp
     JobDispatcher dispatcher();
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp

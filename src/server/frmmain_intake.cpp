@@ -29,7 +29,7 @@ QString localIp()
 }
 } // namespace
 
-void frmMain::addStatus(const QString& text)
+void frmMain::addStatus(const QString& text, bool log)
 {
     List1->addItem(text);
     if (List1->count() > kConnectionLogLines)
@@ -37,7 +37,8 @@ void frmMain::addStatus(const QString& text)
     // Scrolling lays out the whole list: a hidden one scrolls when it is shown.
     if (List1->isVisible())
         List1->scrollToBottom();
-    Log::line(text);
+    if (log)
+        Log::line(text);
 }
 
 void frmMain::startListening()
@@ -48,7 +49,9 @@ void frmMain::startListening()
     lblAddress->setText(localIp());
     const quint16 localPort = quint16(m_ListenPort.value());
     m_StatusText = QStringLiteral("Listening to port: ") + QString::number(localPort);
-    addStatus(m_StatusText);
+    // Shown before the port opens, logged once it takes connections: people and scripts wait
+    // for the log line.
+    addStatus(m_StatusText, false);
 
     m_Socket0 = std::make_unique<SocketListener>();
     connect(m_Socket0.get(), &SocketListener::ConnectionRequest, this, [this](qintptr requestID) {
@@ -73,6 +76,7 @@ void frmMain::startListening()
             m_Socket0->serverError() == QAbstractSocket::AddressInUseError ? 10048 : 10013;
         RaiseError(code, QStringLiteral("Cannot listen on port %1: %2").arg(localPort).arg(why));
     }
+    Log::line(m_StatusText);
     if (m_Listen.address != QHostAddress::Any)
         Log::line(QStringLiteral("Listening on %1 only").arg(m_Listen.address.toString()));
     if (!m_Listen.allowed.isEmpty())

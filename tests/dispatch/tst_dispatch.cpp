@@ -3,6 +3,7 @@
 
 #include "cloud/uccloudsrvr.h"
 #include "convert/currentprinter.h"
+#include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
 #include "server/runoptions.h"
 
@@ -322,6 +323,21 @@ private slots:
         QVERIFY(!QFileInfo::exists(path));
         QCOMPARE(readFile(link), QByteArray(content.size(), 'X'));
         QVERIFY(WipeFile(path)); // already gone
+
+        // A run that ended well, its output removed since: the road gives up instead of waiting.
+        QStringList logged;
+        JobDispatcher::Host host;
+        host.log = [&](const QString& l) { logged << l; };
+        const JobDispatcher road(host);
+        const Job gone = Job::named("gone", w.outputChoice(), s.jobFolder());
+        QObject scope; // else it hangs: the file comes after 3 s
+        QTimer::singleShot(3000, &scope, [&] { writeFile(gone.outputPath, "%PDF"); });
+        QElapsedTimer waited;
+        waited.start();
+        road.complete(gone,
+                      std::make_shared<const GsRun>(GsRun{"gone", gone.outputPath, true, {}}));
+        QVERIFY(waited.elapsed() < 3000);
+        QVERIFY(logged.join(u'|').contains("Job gone is lost: its output"));
     }
 
     void printsOnTheChosenPrinterAndSwitchesBack_data()

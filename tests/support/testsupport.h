@@ -288,7 +288,9 @@ struct HeadlessQuorvel {
         env.insert(QStringLiteral("QUORVEL_SETTINGS_DIR"),
                    home.filePath(QStringLiteral("settings")));
         process.setProcessEnvironment(env);
-        process.setStandardOutputFile(home.filePath(QStringLiteral("log.txt"))); // truncated
+        // A new log: the last run's lines must not answer a wait of this one.
+        QFile::remove(home.filePath(QStringLiteral("log.txt")));
+        process.setStandardOutputFile(home.filePath(QStringLiteral("log.txt")));
         process.start(qEnvironmentVariable("QUORVEL_BINARY"),
                       args << QStringLiteral("--headless") << QStringLiteral("--port")
                            << QString::number(port) << QStringLiteral("--program-folder")
