@@ -23,3 +23,8 @@ row() {
     goal=$([ "$5" = ">=" ] && echo "≥ $6" || echo "≤ $6")
     printf 'ROW|%s|%s|%s|%s|%s|%s\n' "$1" "$2" "$3" "$ratio" "$goal" "$met"
 }
+
+# info_row NAME QUORVEL REFERENCE RATIO: a figure shown for comparison, with no goal of its own.
+info_row() {
+    printf 'ROW|%s|%s|%s|%.2f|-|-\n' "$1" "$2" "$3" "$4"
+}
