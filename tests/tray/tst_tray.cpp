@@ -260,7 +260,11 @@ class TestOffscreen : public TrayTest
         env.insert("QUORVEL_SHM_NAMESPACE", env.value("QUORVEL_SHM_NAMESPACE") + "_holders");
         p.setProcessEnvironment(env);
         p.start(QCoreApplication::applicationFilePath(), {"--hold"});
-        return p.waitForReadyRead(10000) ? p.readLine().trimmed().toInt() : -1;
+        // Its number, checked against the icon id it derives from it.
+        const QList<QByteArray> got =
+            p.waitForReadyRead(10000) ? p.readLine().trimmed().split(' ') : QList<QByteArray>();
+        const int n = got.value(0, "-1").toInt();
+        return got.value(1).toInt() == 1000 + 4 * (n - 1) ? n : -2;
     }
     bool endHolder(bool kill) // the oldest
     {
@@ -335,6 +339,8 @@ private slots:
         const QString chars = field == 0 ? m_tray->Tooltip()
                                          : FixedBufferChars(field == 1 ? r.szInfoTitle : r.szInfo);
         QCOMPARE(chars, text.left(kept) + QString(chars.size() - kept, QChar(0)));
+        if (field == 0) // the whole field, whatever was written
+            QCOMPARE(chars.size(), 128);
     }
 
     // Those of the real clicks and balloons are checked on the xtray display.
@@ -420,6 +426,8 @@ private slots:
         m_tray->BlinkIconPicture(&m_blink);
         m_tray->BlinkStart(1000);
         QCOMPARE(period(timer), 1000);
+        m_tray->BlinkStart(700); // while blinking: the new period
+        QCOMPARE(period(timer), 700);
         tick(timer); // the phase was kept: the standard icon comes next
         QCOMPARE(m_tray->notificationRecord().hIcon.handle, handle(m_std));
         QVERIFY(m_events.isEmpty());
@@ -441,7 +449,7 @@ int main(int argc, char** argv)
     if (argc > 1 && qstrcmp(argv[1], "--hold") == 0) {
         // A holder for the counter test: its number, then it stays until its input closes.
         T tray;
-        std::printf("%d\n", tray.ID());
+        std::printf("%d %d\n", tray.ID(), tray.iconId());
         std::fflush(stdout);
         while (std::getchar() != EOF) {
         }
