@@ -2,6 +2,11 @@
 // goes: a real Secret Service (gnome-keyring in a private D-Bus session), or none.
 #include "testsupport.h"
 
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
 #include <QRegularExpression>
 
 namespace
@@ -27,8 +32,7 @@ class TestCloudCheck : public QObject
     // SCRIPT ("$Q" is the program; $URL, $USR and $PW the Apache share's account) with the
     // settings in FOLDER, in a D-Bus session with the keyring "unlocked" or "locked" (started
     // without its password), or with no bus at all ("none").
-    Run run(const QString& folder, const QString& store, const QString& script,
-            const QByteArray& in = {})
+    void start(QProcess& p, const QString& folder, const QString& store, const QString& script)
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.remove("DBUS_SESSION_BUS_ADDRESS"), env.remove("DISPLAY");
@@ -37,7 +41,6 @@ class TestCloudCheck : public QObject
         env.insert("Q", qEnvironmentVariable("QUORVEL_BINARY"));
         env.insert("URL", m_dav["DAV_URL"]), env.insert("USR", m_dav["DAV_USER"]);
         env.insert("PW", m_dav["DAV_PASSWORD"]);
-        QProcess p;
         p.setProcessEnvironment(env);
         const QString keyring = store == "locked" ? "gnome-keyring-daemon --start"
                                                   : "echo -n kr | gnome-keyring-daemon --unlock";
@@ -50,6 +53,12 @@ class TestCloudCheck : public QObject
                          " --components=secrets >/dev/null && gdbus wait --session "
                          "--timeout 10 org.freedesktop.secrets && " +
                          script});
+    }
+    Run run(const QString& folder, const QString& store, const QString& script,
+            const QByteArray& in = {})
+    {
+        QProcess p;
+        start(p, folder, store, script);
         p.write(in), p.closeWriteChannel();
         if (!p.waitForFinished(60000))
             p.kill(), p.waitForFinished();
@@ -57,6 +66,19 @@ class TestCloudCheck : public QObject
                 QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts),
                 QString::fromUtf8(p.readAllStandardError())};
     }
+    // A new keyring; with the share's password given while it was open.
+    void newKeyring(const QString& folder, bool stored)
+    {
+        QDir(m_home.path()).removeRecursively();
+        QDir().mkpath(m_home.path());
+        QCOMPARE(run(folder, "unlocked",
+                     stored ? "printf '%s\\n' \"$PW\" | \"$Q\" --cloud-url \"$URL\" --cloud-user "
+                              "\"$USR\" --cloud-password-stdin --cloud-test"
+                            : "true")
+                     .exit,
+                 0);
+    }
+
     // The settings of a receiving installation, with KEYS.
     static void put(const QString& folder, const Keys& keys)
     {
@@ -191,20 +213,12 @@ private slots:
         QFETCH(QString, logged);
         QFETCH(bool, inIni);
         QFETCH(QString, last);
-        QDir(m_home.path()).removeRecursively(); // a new keyring
-        QDir().mkpath(m_home.path());
         QTemporaryDir dir;
         const QString folder = dir.filePath("settings"), file = folder + "/Quorvel.ini";
         const QString password = m_dav["DAV_PASSWORD"];
         const QString account = "\"$Q\" --cloud-url \"$URL\" --cloud-user \"$USR\" ";
         put(folder, plain ? Keys{{"CloudPassword", password}} : Keys{});
-        if (store == "locked") // made (and given the password) while it was open
-            QCOMPARE(run(folder, "unlocked",
-                         stored ? "printf '%s\\n' \"$PW\" | " + account +
-                                      "--cloud-password-stdin --cloud-test"
-                                : "true")
-                         .exit,
-                     0);
+        newKeyring(folder, stored); // then started locked (without its password), or unlocked
         const Run r =
             run(folder, store,
                 "exec " + account + (given ? "--cloud-password-stdin " : "") + "--cloud-test",
@@ -224,6 +238,51 @@ private slots:
             return;
         const Run again = run(folder, store, "exec \"$Q\" --cloud-test");
         QVERIFY2(again.exit == 0, qPrintable(again.lines.join(u'\n') + again.log));
+    }
+
+    void unlockedWhileRunning()
+    {
+        // A receiver polls beside a locked keyring; it gets in once the keyring is unlocked.
+        QTemporaryDir dir;
+        const QString folder = dir.filePath("settings");
+        put(folder, {{"UserValidate", kEmail}});
+        newKeyring(folder, true);
+        QProcess server;
+        start(server, folder, "locked",
+              "echo \"$DBUS_SESSION_BUS_ADDRESS\" >\"$HOME/bus\"; echo $$ >\"$HOME/pid\"; exec "
+              "\"$Q\" --headless --cloud-poll 1 --port " +
+                  QString::number(freePort()));
+        QString log;
+        const auto logged = [&](const char* text) {
+            log +=
+                QString::fromUtf8(server.readAllStandardError() + server.readAllStandardOutput());
+            return log.contains(text);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(logged("401 Unauthorized"), 20000);
+        QVERIFY(log.contains("The credential store is locked: the cloud password cannot be read"));
+        // As the desktop's unlock prompt would.
+        const QString secrets = "org.freedesktop.secrets", root = "/org/freedesktop/secrets";
+        QDBusConnection bus = QDBusConnection::connectToBus(
+            QString::fromUtf8(readFile(m_home.filePath("bus")).trimmed()), "keyring");
+        QDBusMessage open = QDBusMessage::createMethodCall(
+            secrets, root, "org.freedesktop.Secret.Service", "OpenSession");
+        open << "plain" << QVariant::fromValue(QDBusVariant(QString()));
+        QDBusArgument secret;
+        secret.beginStructure();
+        secret << bus.call(open).arguments().value(1).value<QDBusObjectPath>() << QByteArray()
+               << QByteArray("kr") << QString("text/plain");
+        secret.endStructure();
+        QDBusMessage unlock = QDBusMessage::createMethodCall(
+            secrets, root, "org.gnome.keyring.InternalUnsupportedGuiltRiddenInterface",
+            "UnlockWithMasterPassword");
+        unlock << QVariant::fromValue(QDBusObjectPath(root + "/collection/login"))
+               << QVariant::fromValue(secret);
+        QCOMPARE(bus.call(unlock).type(), QDBusMessage::ReplyMessage);
+        QTRY_VERIFY_WITH_TIMEOUT(logged("The credential store is unlocked"), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(logged("207 Multi-Status"), 20000);
+        QDBusConnection::disconnectFromBus("keyring");
+        QProcess::execute("kill", {QString::fromUtf8(readFile(m_home.filePath("pid")).trimmed())});
+        QVERIFY(server.waitForFinished(20000));
     }
 };
 
