@@ -4,7 +4,7 @@
 #include "common/log.h"
 #include "common/settings.h"
 
-#include <QFileInfo>
+#include <QScopeGuard>
 #include <memory>
 #include <qt6keychain/keychain.h>
 
@@ -292,6 +292,12 @@ CloudPasswordNotifier* CloudPasswordNotifier::instance()
 
 void CloudPasswordNotifier::collectionChanged()
 {
+    // Our own write below changes the collection again while events run.
+    static bool busy = false;
+    if (busy)
+        return;
+    busy = true;
+    auto done = qScopeGuard([] { busy = false; });
     Stored& s = stored();
     const bool waiting = s.locked || !SettingsStore::get(CloudShare::kPasswordKey).isEmpty();
     if (!waiting || storeLocked())
