@@ -74,8 +74,8 @@ Answer run(QKeychain::Job* job)
     return a;
 }
 
-// "No backend", error 7 (no session bus, no Secret Service) or nothing written for this
-// system: there is no store to keep a password in.
+// "No backend", error 7 (no session bus, no Secret Service) or no store for this system at all:
+// nowhere to keep a password but the settings.
 bool noStore(QKeychain::Error e)
 {
     return e == QKeychain::NoBackendAvailable || e == QKeychain::OtherError ||
