@@ -8,6 +8,7 @@
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <QRegularExpression>
+#include <QScopeGuard>
 
 namespace
 {
@@ -252,6 +253,12 @@ private slots:
               "echo \"$DBUS_SESSION_BUS_ADDRESS\" >\"$HOME/bus\"; echo $$ >\"$HOME/pid\"; exec "
               "\"$Q\" --headless --cloud-poll 1 --port " +
                   QString::number(freePort()));
+        // The program ends its session; stopped whatever the test found.
+        const auto stop = qScopeGuard([&] {
+            QProcess::execute("kill",
+                              {QString::fromUtf8(readFile(m_home.filePath("pid")).trimmed())});
+            server.waitForFinished(20000);
+        });
         QString log;
         const auto logged = [&](const char* text) {
             log +=
@@ -281,8 +288,6 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(logged("The credential store is unlocked"), 20000);
         QTRY_VERIFY_WITH_TIMEOUT(logged("207 Multi-Status"), 20000);
         QDBusConnection::disconnectFromBus("keyring");
-        QProcess::execute("kill", {QString::fromUtf8(readFile(m_home.filePath("pid")).trimmed())});
-        QVERIFY(server.waitForFinished(20000));
     }
 };
 
