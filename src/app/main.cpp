@@ -1,3 +1,5 @@
+#include "cloud/cloudcheck.h"
+#include "cloud/cloudshare.h"
 #include "common/log.h"
 #include "common/msgbox.h"
 #include "common/paths.h"
@@ -7,6 +9,7 @@
 #include "server/runoptions.h"
 
 #include <QApplication>
+#include <cstdio>
 
 int main(int argc, char* argv[])
 {
@@ -25,6 +28,17 @@ int main(int argc, char* argv[])
     quitOnTerminationSignals();
     if (!options.programFolder.isEmpty())
         Paths::setProgramFolder(options.programFolder);
+    if (!CloudShare::KeepAccount(options.cloudUrl, options.cloudUser, options.cloudPasswordStdin))
+        return 2;
+    if (options.cloudTest) {
+        const ProgramIds ids = ProgramIds::load();
+        CloudCheck check(CloudCheck::configured(), ids.installationId, ids.userEMailId);
+        QObject::connect(&check, &CloudCheck::line, &check, [](const QString& text) {
+            std::printf("%s\n", qPrintable(text));
+            std::fflush(stdout);
+        });
+        return check.run() ? 0 : 1;
+    }
     if (options.headless)
         Log::line(
             QStringLiteral("Quorvel runs headless; jobs are kept in %1").arg(Paths::jobFolder()));

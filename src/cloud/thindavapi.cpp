@@ -130,6 +130,15 @@ void ThinDavApi::setBaseUrl(const QString& url)
     m_baseLength = m_baseUrl.size();
 }
 
+void ThinDavApi::setCaCertificates(const QList<QSslCertificate>& cas)
+{
+    m_ssl.reset();
+    if (cas.isEmpty())
+        return;
+    m_ssl = QSslConfiguration::defaultConfiguration();
+    m_ssl->addCaCertificates(cas);
+}
+
 QString ThinDavApi::NormalisePath(const QString& name)
 {
     if (name.isEmpty())
@@ -208,6 +217,8 @@ QNetworkRequest ThinDavApi::open(const QString& name)
     dropReply();
     QNetworkRequest request(url(name));
     m_readyState = 1;
+    if (m_ssl)
+        request.setSslConfiguration(*m_ssl);
     request.setRawHeader("User-Agent", m_userAgent.toUtf8());
     request.setRawHeader("If-Modified-Since", "Tue, 1 Jan 1980 00:00:00 GMT");
     request.setRawHeader("Cache-Control", "no-cache");

@@ -10,8 +10,10 @@
 #include <QObject>
 #include <QPair>
 #include <QPointer>
+#include <QSslConfiguration>
 #include <QString>
 #include <QVariant>
+#include <optional>
 
 class QNetworkAccessManager;
 class QNetworkReply;
@@ -70,6 +72,9 @@ public:
     // Basic credentials sent with every request.
     QString User;
     QString PW;
+
+    // Certificate authorities trusted besides the system's, for https shares.
+    void setCaCertificates(const QList<QSslCertificate>& cas);
 
     bool Aborted() const { return m_aborted; }
     const QString& BaseUrl() const { return m_baseUrl; }
@@ -153,6 +158,7 @@ private:
     void clearResponse();
 
     QNetworkAccessManager* m_http = nullptr;
+    std::optional<QSslConfiguration> m_ssl;
     QPointer<QNetworkReply> m_reply;
     DavDateParser m_dates;
 

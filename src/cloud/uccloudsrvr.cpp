@@ -82,6 +82,10 @@ void UcCloudSrvr::UserControl_Initialize()
     DAV->setBaseUrl(baseUrl);
     DAV->User = CloudShare::User();
     DAV->PW = CloudShare::Password();
+    DAV->setCaCertificates(CloudShare::CaCertificates());
+    // A locked credential store may hand the password over later.
+    connect(CloudPasswordNotifier::instance(), &CloudPasswordNotifier::passwordChanged, this,
+            [this] { DAV->PW = CloudShare::Password(); });
     setTimerEnabled(true);
     // No OPTIONS request goes out: opening the share is only this line.
     Log(QStringLiteral("Opening DAV share"));

@@ -1,6 +1,8 @@
 #include "common/settings.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <memory>
 
@@ -50,6 +52,24 @@ void SettingsStore::remove(const QString& key)
     auto s = open();
     s->remove(key);
     s->sync();
+}
+
+bool SettingsStore::makePrivate()
+{
+    auto s = open();
+    if (s->format() != QSettings::IniFormat)
+        return true;
+    const QString name = s->fileName();
+    constexpr QFile::Permissions owner = QFile::ReadOwner | QFile::WriteOwner;
+    if (!QFileInfo::exists(name)) {
+        QDir().mkpath(QFileInfo(name).path());
+        QFile f(name);
+        // Private from its first byte.
+        if (!f.open(QIODevice::WriteOnly | QIODevice::NewOnly, owner) && !QFileInfo::exists(name))
+            return false;
+    }
+    // QSettings keeps a file's permissions when it rewrites it.
+    return QFile::setPermissions(name, owner);
 }
 
 void SettingsStore::setFolder(const QString& folder)

@@ -12,6 +12,9 @@ public:
     static QString get(const QString& key);
     static void put(const QString& key, const QString& value);
     static void remove(const QString& key);
+    // Makes the settings file readable and writable by this user alone (made if absent), before
+    // a secret goes in; false when that failed. Nothing to do for the registry.
+    static bool makePrivate();
 
     // Points the store at an INI file in this folder (tests, portable runs).
     // An empty folder returns to the default place. QUORVEL_SETTINGS_DIR has the same effect.

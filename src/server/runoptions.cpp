@@ -9,6 +9,7 @@
 #include <QCommandLineParser>
 #include <QListWidget>
 #include <QRadioButton>
+#include <QUrl>
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -17,7 +18,7 @@ RunOptions RunOptions::fromArguments(int argc, char* argv[])
 {
     RunOptions o;
     for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "--headless") == 0)
+        if (std::strcmp(argv[i], "--headless") == 0 || std::strcmp(argv[i], "--cloud-test") == 0)
             o.headless = true;
 #if defined(Q_OS_UNIX) && !defined(Q_OS_MACOS)
     // Without a display (and no platform chosen) there is nothing to show a window on.
@@ -153,9 +154,22 @@ bool RunOptions::parse(const QStringList& arguments)
          QStringLiteral("Memory a Ghostscript run may use (0: no limit)."), QStringLiteral("N")},
         {QStringLiteral("gs-wall-seconds"),
          QStringLiteral("Time a Ghostscript run may take (0: no limit)."), QStringLiteral("N")}};
+    const QCommandLineOption cloudOpts[] = {
+        {QStringLiteral("cloud-url"), QStringLiteral("Keep this as the cloud share's URL."),
+         QStringLiteral("URL")},
+        {QStringLiteral("cloud-user"), QStringLiteral("Keep this as the cloud share's user."),
+         QStringLiteral("NAME")},
+        {QStringLiteral("cloud-password-stdin"),
+         QStringLiteral("Read the cloud share's password from standard input (one line) and "
+                        "keep it in the credential store.")},
+        {QStringLiteral("cloud-test"),
+         QStringLiteral("Check the cloud share step by step, print a line per step and exit "
+                        "(0: all passed).")}};
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
                        registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
                        queueOpt, limitOpts[0], limitOpts[1], limitOpts[2]});
+    for (const QCommandLineOption& o : cloudOpts)
+        parser.addOption(o);
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
@@ -207,6 +221,22 @@ bool RunOptions::parse(const QStringList& arguments)
         return false;
     }
     printer = parser.value(printerOpt);
+    cloudUrl = parser.value(cloudOpts[0]).trimmed();
+    const QUrl share(cloudUrl);
+    if (parser.isSet(cloudOpts[0]) &&
+        (share.host().isEmpty() ||
+         (share.scheme() != QLatin1String("http") && share.scheme() != QLatin1String("https")))) {
+        std::fprintf(stderr, "--cloud-url: an http:// or https:// URL, not %s\n",
+                     qPrintable(cloudUrl));
+        return false;
+    }
+    cloudUser = parser.value(cloudOpts[1]).trimmed();
+    if (parser.isSet(cloudOpts[1]) && cloudUser.isEmpty()) {
+        std::fprintf(stderr, "--cloud-user: a user name is needed\n");
+        return false;
+    }
+    cloudPasswordStdin = parser.isSet(cloudOpts[2]);
+    cloudTest = parser.isSet(cloudOpts[3]);
     if (parser.isSet(queueOpt))
         jobs.jobQueue = true;
     std::optional<int>* limits[] = {&jobs.cpuSeconds, &jobs.memoryMB, &jobs.wallSeconds};

@@ -49,6 +49,12 @@ struct RunOptions {
     JobOptions jobs;           // --job-queue and Ghostscript's limits
     int exitCode = 2;          // when parse() says the program should end: 0 after --help
 
+    // The cloud share's account, kept in the settings and the credential store before the
+    // window starts; --cloud-test checks the share, prints a line per step and ends.
+    QString cloudUrl, cloudUser;
+    bool cloudPasswordStdin = false;
+    bool cloudTest = false;
+
     // Decides on --headless before the application exists (no display means headless).
     static RunOptions fromArguments(int argc, char* argv[]);
     // Full parse; prints help or the error and returns false when the program should end.

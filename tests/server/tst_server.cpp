@@ -112,7 +112,9 @@ private slots:
         for (const QStringList& bad :
              {QStringList{"--output", "fax"}, QStringList{"--output"},
               QStringList{"--output", "colour"}, QStringList{"--port", "70000"},
-              QStringList{"--allow", "10.0.0.0/33"}, QStringList{"--max-connections", "0"}}) {
+              QStringList{"--allow", "10.0.0.0/33"}, QStringList{"--max-connections", "0"},
+              QStringList{"--cloud-url", "ftp://dav.example/"}, QStringList{"--cloud-url", "dav"},
+              QStringList{"--cloud-user", " "}}) {
             parsed(bad, &ok);
             QVERIFY2(!ok, qPrintable(bad.join(u' ')));
         }
