@@ -4,6 +4,7 @@
 #include "cloud/uccloudsrvr.h"
 #include "convert/currentprinter.h"
 #include "dispatch/jobfiles.h"
+#include "language/joblanguage.h"
 #include "server/runoptions.h"
 
 #include <QDateTime>
@@ -54,6 +55,43 @@ class TestDispatch : public QObject
     Cups m_cups;
 
 private slots:
+    // The detector on prefixes; the real samples go through the listener below.
+    void languageAfterPrefixes_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QByteArray>("title");
+        QTest::addColumn<QByteArray>("user");
+        const QByteArray uel = "\x1B%-12345X";
+        const auto row = [](const char* tag, const QByteArray& b, const char* language,
+                            const char* title = nullptr, const char* user = nullptr) {
+            QTest::newRow(tag) << b << QString(language) << QByteArray(title) << QByteArray(user);
+        };
+        row("PJL decides", uel + "@PJL JOB NAME = \"Q3\"\r\n@PJL SET USERNAME=alice\r\n"
+                           "@PJL ENTER LANGUAGE = pclxl\r\n%!PS\n", "PCL XL", "Q3", "alice");
+        row("PJL, then sniffed", uel + "@PJL\n@PJL SET JOBNAME=\"a b\"\n\n %PDF-1.7\n", "PDF",
+            "a b");
+        row("PJL names no language known", uel + "@PJL ENTER LANGUAGE=ZJS\n%!PS\n",
+            "an unknown language");
+        row("blanks and ^D", "\x04 \r\n%!PS-Adobe-3.0\n", "PostScript");
+        row("PCL 5", uel + "\x1B" "E\x1B&l0O", "PCL 5");
+        row("zip, not XPS", QByteArray("PK\x03\x04 readme.txt", 17), "an unknown language");
+        row("TIFF, big-endian", QByteArray("MM\0*\0\0\0\x08", 8), "TIFF");
+        row("MM alone", "MM!*", "an unknown language");
+        row("nothing but PJL", uel + "@PJL JOB", "an unknown language");
+    }
+    void languageAfterPrefixes()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, language);
+        QFETCH(QByteArray, title);
+        QFETCH(QByteArray, user);
+        const DetectedLanguage found = DetectJobLanguage(bytes);
+        QCOMPARE(LanguageName(found.language), language);
+        QCOMPARE(found.pjlTitle, title);
+        QCOMPARE(found.pjlUser, user);
+    }
+
     void eachOutputKeepsItsFiles_data()
     {
         QTest::addColumn<QString>("output"); // words of --output, as clicks

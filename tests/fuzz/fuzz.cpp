@@ -1,6 +1,7 @@
 // One libFuzzer entry per parser, picked by FUZZ_<name>; abort() marks a broken promise.
 #include "cloud/thindavapi.h"
 #include "common/runtimeerror.h"
+#include "language/joblanguage.h"
 #include "netscan/netviewparser.h"
 #include "server/jobbuffer.h"
 #include "tray/notifyicondata.h"
@@ -47,6 +48,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         expected += chunk;
     }
     if (buffer.view() == expected && buffer.holdsMoreThanBlanks() != expected.trimmed().isEmpty())
+        return 0;
+#elif defined(FUZZ_job_language)
+    // The data start inside the job; told by its own bytes, they tell the same from there.
+    const DetectedLanguage found = DetectJobLanguage(bytes);
+    if (found.start >= 0 && found.start <= bytes.size() &&
+        (found.byPjl || DetectJobLanguage(bytes.mid(found.start)).language == found.language) &&
+        !KeptExtension(found.language).isEmpty())
         return 0;
 #endif
     abort();
