@@ -1,6 +1,7 @@
 #pragma once
 
 #include "dispatch/outputchoice.h"
+#include "language/joblanguage.h"
 
 #include <QString>
 
@@ -11,6 +12,7 @@ struct Job {
     QString psPath;     // the saved PostScript
     QString outputPath; // what Ghostscript makes; empty when nothing is converted
     OutputChoice choice;
+    JobLanguage language = JobLanguage::PostScript;
 
     // The job's files in the job folder.
     static Job named(const QString& baseName, const OutputChoice& choice, const QString& folder);

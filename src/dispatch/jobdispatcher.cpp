@@ -11,6 +11,7 @@
 #include "convert/jpegwriter.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobfiles.h"
+#include "platform/printertools.h"
 #include "platform/safefile.h"
 
 #include <QDir>
@@ -85,6 +86,38 @@ void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>&
         break;
     }
     step([&] { WipeUntilDone(job.psPath); });
+}
+
+void JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) const
+{
+    const QString kept = QDir::toNativeSeparators(keptPath);
+    const QString what =
+        job.language == JobLanguage::Unknown
+            ? QStringLiteral("Job %1 is in no language Quorvel knows").arg(job.baseName)
+            : QStringLiteral("Job %1 is %2").arg(job.baseName, LanguageName(job.language));
+    if (job.choice.action != OutputChoice::Action::Print) {
+        m_host.log((job.language == JobLanguage::Unknown
+                        ? QStringLiteral("%1: kept unconverted as %2")
+                        : QStringLiteral("%1, which is not converted here: kept unconverted as %2"))
+                       .arg(what, kept));
+        return;
+    }
+    if (!IsPrinterLanguage(job.language)) {
+        // A printer would print its bytes as garbage.
+        m_host.log(
+            QStringLiteral("%1: not sent to the printer, kept unconverted as %2").arg(what, kept));
+        return;
+    }
+    std::wstring why;
+    if (!PrinterTools::printRaw(m_host.printer.toStdWString(), keptPath.toStdWString(),
+                                job.baseName.toStdWString(), &why)) {
+        m_host.log(QStringLiteral("%1: the printer \"%2\" refused it (%3); kept unconverted as %4")
+                       .arg(what, m_host.printer, QString::fromStdWString(why), kept));
+        return;
+    }
+    m_host.log(
+        QStringLiteral("%1: sent to the printer \"%2\" as a raw job").arg(what, m_host.printer));
+    WipeUntilDone(keptPath);
 }
 
 void JobDispatcher::print(const Job& job, const std::function<bool()>& failed) const

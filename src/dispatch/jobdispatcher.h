@@ -41,6 +41,11 @@ public:
     // ends without its output ends the wait too (the job is lost; logged).
     void complete(const Job& job, const std::shared_ptr<const GsRun>& run = {}) const;
 
+    // A job whose language is not converted here, its bytes kept as they
+    // came at keptPath: with Print, PCL and PCL XL go to the printer as a
+    // raw job and are wiped once it took them; the rest stays, logged.
+    void keepUnconverted(const Job& job, const QString& keptPath) const;
+
 private:
     void print(const Job& job, const std::function<bool()>& failed) const;
     void exportJpegPages(ImageFile& image, const Job& job, Steps& step) const;

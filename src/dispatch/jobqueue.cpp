@@ -14,7 +14,19 @@
 namespace
 {
 constexpr int kRetryMs = 1000; // while the job folder cannot be written
+
+JobLanguage spooledLanguage(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly) || f.size() == 0)
+        return JobLanguage::Unknown;
+    // Mapped, not read: a job can be as large as memory.
+    const uchar* data = f.map(0, f.size());
+    if (!data)
+        return DetectJobLanguage(f.read(1 << 20)).language;
+    return DetectJobLanguage(QByteArrayView(data, f.size())).language;
 }
+} // namespace
 
 JobQueue::JobQueue(const QString& jobFolder, Host host, QObject* parent)
     : QObject(parent), m_folder(jobFolder), m_host(std::move(host))
@@ -113,6 +125,14 @@ void JobQueue::next()
     }
     const JobDispatcher road = m_host.dispatcher();
     const OutputChoice choice = m_host.choice();
+    if (choice.action != OutputChoice::Action::Cloud) {
+        const JobLanguage language = spooledLanguage(entry.spoolPath);
+        if (!IsConverted(language)) {
+            if (!keepUnconverted(entry, choice, language))
+                schedule(kRetryMs);
+            return;
+        }
+    }
     Job job;
     for (;;) {
         job = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
@@ -159,6 +179,29 @@ void JobQueue::next()
     } catch (const RuntimeError& e) {
         fail(job, e.description());
     }
+}
+
+bool JobQueue::keepUnconverted(const Entry& entry, const OutputChoice& choice, JobLanguage language)
+{
+    Job job = Job::named(jobBaseName(), choice, m_folder);
+    job.language = language;
+    // The spooled bytes are the job as it came: moved, never rewritten.
+    const QString kept =
+        MoveJobFile(entry.spoolPath, m_folder, job.baseName, KeptExtension(language));
+    if (kept.isEmpty()) {
+        stall(QStringLiteral("%1 cannot be moved there")
+                  .arg(QDir::toNativeSeparators(entry.spoolPath)));
+        return false;
+    }
+    m_stalled = false;
+    job.baseName = QFileInfo(kept).completeBaseName();
+    job.psPath.clear();
+    job.outputPath.clear();
+    m_busy = true;
+    m_host.shown(job, QString());
+    RunGuarded([&] { m_host.dispatcher().keepUnconverted(job, kept); });
+    done();
+    return true;
 }
 
 void JobQueue::ended(const Job& job, const GsRun& run)

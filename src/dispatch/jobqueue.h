@@ -43,6 +43,7 @@ private:
     };
     bool spool(Entry& entry, QByteArrayView bytes);
     void stall(const QString& why);
+    bool keepUnconverted(const Entry& entry, const OutputChoice& choice, JobLanguage language);
     void schedule(int ms = 0);
     void next();
     void ended(const Job& job, const GsRun& run);

@@ -187,6 +187,16 @@ DetectedLanguage DetectJobLanguage(QByteArrayView bytes)
     return found;
 }
 
+bool IsConverted(JobLanguage language)
+{
+    return language == JobLanguage::PostScript || language == JobLanguage::Pdf;
+}
+
+bool IsPrinterLanguage(JobLanguage language)
+{
+    return language == JobLanguage::Pcl || language == JobLanguage::PclXl;
+}
+
 QString LanguageName(JobLanguage language)
 {
     switch (language) {

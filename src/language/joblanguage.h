@@ -31,6 +31,11 @@ struct DetectedLanguage {
 // ENTER LANGUAGE decides when present. Never reads past bytes.
 DetectedLanguage DetectJobLanguage(QByteArrayView bytes);
 
+// True when Quorvel makes the chosen output of a job in this language.
+bool IsConverted(JobLanguage language);
+// True for the languages a printer reads itself (sent raw when printing).
+bool IsPrinterLanguage(JobLanguage language);
+
 // "PostScript", "PCL 5", ... for the log.
 QString LanguageName(JobLanguage language);
 // The extension a job of this language is kept under when it is not converted.

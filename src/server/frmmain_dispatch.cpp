@@ -10,6 +10,7 @@
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
 #include "dispatch/jobqueue.h"
+#include "language/joblanguage.h"
 
 #include <QLineEdit>
 #include <QPointer>
@@ -33,9 +34,20 @@ void frmMain::Command1_Click()
                            .arg(m_FileName));
     m_Dispatched = true;
     DoChangeOption();
-    const Job job = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
+    Job job = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
     if (job.choice.action == OutputChoice::Action::Cloud) {
         sendToCloud(job);
+        return;
+    }
+    job.language = DetectJobLanguage(m_JobBuffer.view()).language;
+    if (!IsConverted(job.language)) {
+        // Never a fake document: the bytes are kept as they came.
+        const QString kept =
+            Paths::join(Paths::jobFolder(), m_FileName + KeptExtension(job.language));
+        const JobDispatcher road = dispatcher();
+        SaveJobFile(kept, m_JobBuffer.view(), false);
+        m_JobBuffer.clear();
+        road.keepUnconverted(job, kept);
         return;
     }
     SavePSFile(job, m_JobBuffer);

@@ -10,6 +10,7 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QImageReader>
+#include <QRandomGenerator>
 #include <QTemporaryFile>
 #include <QTimer>
 
@@ -36,6 +37,33 @@ void blockPageName(const TestServer& s, const QString& suffix)
 bool dispatchDone(const frmMain& w)
 {
     return !w.Text1->text().isEmpty() && !QFileInfo::exists(w.Text1->text());
+}
+
+// Sample jobs, made once per run by the real Ghostscript from a two-page job, or random bytes.
+QByteArray sample(const QString& name)
+{
+    static QTemporaryDir dir;
+    static QMap<QString, QByteArray> made;
+    static const QMap<QString, QString> devices{{"pcl", "ljet4"},
+                                                {"pxl", "pxlmono"},
+                                                {"pwg", "pwgraster"},
+                                                {"urf", "urf"},
+                                                {"xps", "xpswrite"}};
+    if (made.contains(name))
+        return made[name];
+    QByteArray& bytes = made[name];
+    if (devices.contains(name)) {
+        writeFile(dir.filePath("in.ps"), makePsJob(2));
+        QProcess::execute("gs", {"-q", "-dNOPAUSE", "-dBATCH", "-r100", "-sDEVICE=" + devices[name],
+                                 "-sOutputFile=" + dir.filePath(name), dir.filePath("in.ps")});
+        bytes = readFile(dir.filePath(name));
+    } else if (name == "random") {
+        QRandomGenerator random(19);
+        for (int i = 0; i < 4096; ++i)
+            bytes += char(random.bounded(256));
+        bytes[0] = '\x7F'; // no language starts so
+    }
+    return bytes;
 }
 
 // Saves the job, converts it as the Output box says and waits until Ghostscript has ended.
@@ -67,14 +95,19 @@ private slots:
                             const char* title = nullptr, const char* user = nullptr) {
             QTest::newRow(tag) << b << QString(language) << QByteArray(title) << QByteArray(user);
         };
-        row("PJL decides", uel + "@PJL JOB NAME = \"Q3\"\r\n@PJL SET USERNAME=alice\r\n"
-                           "@PJL ENTER LANGUAGE = pclxl\r\n%!PS\n", "PCL XL", "Q3", "alice");
+        row("PJL decides",
+            uel + "@PJL JOB NAME = \"Q3\"\r\n@PJL SET USERNAME=alice\r\n"
+                  "@PJL ENTER LANGUAGE = pclxl\r\n%!PS\n",
+            "PCL XL", "Q3", "alice");
         row("PJL, then sniffed", uel + "@PJL\n@PJL SET JOBNAME=\"a b\"\n\n %PDF-1.7\n", "PDF",
             "a b");
         row("PJL names no language known", uel + "@PJL ENTER LANGUAGE=ZJS\n%!PS\n",
             "an unknown language");
         row("blanks and ^D", "\x04 \r\n%!PS-Adobe-3.0\n", "PostScript");
-        row("PCL 5", uel + "\x1B" "E\x1B&l0O", "PCL 5");
+        row("PCL 5",
+            uel + "\x1B"
+                  "E\x1B&l0O",
+            "PCL 5");
         row("zip, not XPS", QByteArray("PK\x03\x04 readme.txt", 17), "an unknown language");
         row("TIFF, big-endian", QByteArray("MM\0*\0\0\0\x08", 8), "TIFF");
         row("MM alone", "MM!*", "an unknown language");
@@ -90,6 +123,71 @@ private slots:
         QCOMPARE(LanguageName(found.language), language);
         QCOMPARE(found.pjlTitle, title);
         QCOMPARE(found.pjlUser, user);
+    }
+
+    // Each sample through the real program's listener, in both modes.
+    void samplesThroughTheListener_data()
+    {
+        QTest::addColumn<QString>("sample");
+        QTest::addColumn<bool>("queue");
+        QTest::addColumn<QString>("output"); // --output, or a printer: raw, reject
+        QTest::addColumn<QString>("kept");   // the extension of the one file left, byte-exact
+        QTest::addColumn<QString>("logged");
+        for (const bool queue : {false, true}) {
+            const auto row = [queue](const char* sample, const char* output, const char* kept,
+                                     const char* logged) {
+                QTest::addRow("%s, %s%s", sample, output, queue ? ", queued" : "")
+                    << QString(sample) << queue << QString(output) << QString(kept)
+                    << QString(logged);
+            };
+            row("pcl", "pdf", ".pcl",
+                " is PCL 5, which is not converted here: kept unconverted as ");
+            row("pxl", "tiff", ".pxl", " is PCL XL, which is not converted here: kept unconverted");
+            row("random", "pdf", ".bin", " is in no language Quorvel knows: kept unconverted as ");
+            row("pcl", "raw", "", " is PCL 5: sent to the printer \"QuorvelRaw\" as a raw job");
+            row("pxl", "reject", ".pxl", " is PCL XL: the printer \"QuorvelReject\" refused it (");
+            row("random", "raw", ".bin", ": not sent to the printer, kept unconverted as ");
+        }
+    }
+    void samplesThroughTheListener()
+    {
+        QFETCH(QString, sample);
+        QFETCH(bool, queue);
+        QFETCH(QString, output);
+        QFETCH(QString, kept);
+        QFETCH(QString, logged);
+        const QByteArray bytes = ::sample(sample);
+        QVERIFY(!bytes.isEmpty());
+        HeadlessQuorvel q;
+        QStringList args{"--output", output};
+        if (output == "raw" || output == "reject")
+            args =
+                QStringList{"--output", "print", "--printer",
+                            m_cups.value(output == "raw" ? "CUPS_RAW_QUEUE" : "CUPS_REJECT_QUEUE")};
+        if (queue)
+            args << "--job-queue";
+        // The raw queue's printer: an AppSocket port whose every byte is kept.
+        QTcpServer printer;
+        QByteArray printed;
+        QVERIFY(printer.listen(QHostAddress::LocalHost, m_cups.value("CUPS_RAW_PORT").toUShort()));
+        connect(&printer, &QTcpServer::newConnection, this, [&] {
+            QTcpSocket* c = printer.nextPendingConnection();
+            connect(c, &QTcpSocket::readyRead, this, [&, c] { printed += c->readAll(); });
+        });
+        QVERIFY(q.start(args));
+        sendJob(q.port, bytes);
+        QVERIFY2(q.waitForLog(logged, 60000), qPrintable(q.log()));
+        const auto files = [&] { return QDir(q.jobFolder()).entryList(QDir::Files); };
+        if (kept.isEmpty()) {
+            QTRY_COMPARE(files(), QStringList());
+            QTRY_COMPARE_WITH_TIMEOUT(printed, bytes, 30000);
+        } else {
+            QCOMPARE(files().size(), 1);
+            QVERIFY2(files()[0].endsWith(kept), qPrintable(files()[0]));
+            QCOMPARE(readFile(q.jobFolder() + "/" + files()[0]), bytes);
+            QTest::qWait(output == "raw" ? 3000 : 0); // what a printer would get, if anything
+            QCOMPARE(printed, QByteArray());
+        }
     }
 
     void eachOutputKeepsItsFiles_data()
