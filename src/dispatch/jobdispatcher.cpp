@@ -53,28 +53,23 @@ std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
 void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
 {
     using Action = OutputChoice::Action;
-    // True once the run has ended without usable output: no wait can end then.
+    // True once the run has ended with a failure: its output is not the job.
     const auto failed = [&] { return run && run->ended && !run->failure.isEmpty(); };
-    const auto lost = [&] {
-        if (!failed())
-            return false;
-        m_host.log(QStringLiteral("Job %1 is lost: %2").arg(job.baseName, run->failure));
-        return true;
-    };
+    // A file Ghostscript closed before an error is not the job yet: the exit decides.
+    const auto ended = [&] { return !run || run->ended; };
     Steps step;
     switch (job.choice.action) {
     case Action::Print:
-        print(job, failed);
+        print(job, ended, failed);
         break;
     case Action::Pdf:
         // A missing file counts as locked too: this waits for the whole PDF.
-        waitUntil([&] { return !IsFileLocked(job.outputPath) || failed(); });
-        lost();
+        waitUntil([&] { return (ended() && !IsFileLocked(job.outputPath)) || failed(); });
         break;
     case Action::Image: {
         ImageFile image;
-        waitUntil([&] { return TiffLoad(image, job.outputPath) || failed(); });
-        if (lost())
+        waitUntil([&] { return (ended() && TiffLoad(image, job.outputPath)) || failed(); });
+        if (failed())
             break;
         if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
             exportJpegPages(image, job, step);
@@ -85,7 +80,59 @@ void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>&
     default:
         break;
     }
+    if (failed()) {
+        m_host.log(QStringLiteral("Job %1 failed: %2; %3; its PostScript is kept as %4")
+                       .arg(job.baseName, run->failure, keepPartial(job),
+                            QDir::toNativeSeparators(job.psPath)));
+        return;
+    }
     step([&] { WipeUntilDone(job.psPath); });
+}
+
+QString JobDispatcher::keepPartial(const Job& job) const
+{
+    const QString out = job.outputPath;
+    const auto keptAs = [&](const QString& extension, int pages) {
+        // Under a name that says what it is; a file or link in its place goes first.
+        const QString to = out.left(out.size() - 4) + QStringLiteral("_partial") + extension;
+        QFile::remove(to);
+        if (!QFile::rename(out, to))
+            return QStringLiteral("the %1 pages made before the error cannot be kept (%2)")
+                .arg(pages)
+                .arg(QDir::toNativeSeparators(to));
+        return QStringLiteral("the %1 pages made before the error are kept as %2")
+            .arg(pages)
+            .arg(QDir::toNativeSeparators(to));
+    };
+    ImageFile image;
+    const int pages = job.choice.action == OutputChoice::Action::Pdf ? PdfPagesMade(out)
+                      : image.LoadFile(out)                          ? image.FrameCount()
+                                                                     : 0;
+    const QString page = QString::number(pages + 1);
+    if (job.choice.action == OutputChoice::Action::Print) {
+        if (pages > 0) {
+            const QString previous = CurrentPrinter::DeviceName();
+            CurrentPrinter::SelectByName(m_host.printer);
+            PrintTiffPages(out, m_host.log);
+            CurrentPrinter::SelectByName(previous);
+        }
+        WipeUntilDone(out);
+        return QStringLiteral("it failed at page %1 (the pages before it were printed)").arg(page);
+    }
+    if (pages == 0) {
+        QFile::remove(out); // nothing made: no stub stands for the job
+        return QStringLiteral("no page was made");
+    }
+    if (job.choice.action == OutputChoice::Action::Pdf)
+        return keptAs(QStringLiteral(".pdf"), pages);
+    if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
+        Steps step;
+        exportJpegPages(image, job, step);
+        WipeUntilDone(out);
+        return QStringLiteral("it failed at page %1; the pages before it are kept as JPEG files")
+            .arg(page);
+    }
+    return keptAs(QStringLiteral(".tif"), pages);
 }
 
 void JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) const
@@ -120,18 +167,18 @@ void JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) con
     WipeUntilDone(keptPath);
 }
 
-void JobDispatcher::print(const Job& job, const std::function<bool()>& failed) const
+void JobDispatcher::print(const Job& job, const std::function<bool()>& ended,
+                          const std::function<bool()>& failed) const
 {
     const QString previous = CurrentPrinter::DeviceName();
     CurrentPrinter::SelectByName(m_host.printer);
     WaitForFileCreated(job.outputPath, failed);
-    if (failed())
-        m_host.log(
-            QStringLiteral("Print job %1 is lost: Ghostscript made no pages").arg(job.baseName));
-    else
+    waitUntil([&] { return ended(); });
+    if (!failed()) {
         PrintTiffPages(job.outputPath, m_host.log);
+        WipeUntilDone(job.outputPath);
+    }
     CurrentPrinter::SelectByName(previous);
-    WipeUntilDone(job.outputPath);
 }
 
 void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& step) const

@@ -39,7 +39,12 @@ public:
     // Waits for Ghostscript's output, carries out the choice, wipes what the
     // choice does not keep; the .ps file always. Given the run, a run that
     // ends without its output ends the wait too (the job is lost; logged).
+    // A run that fails keeps what it made (keepPartial) and the .ps, logged.
     void complete(const Job& job, const std::shared_ptr<const GsRun>& run = {}) const;
+    // After a failed run: the pages made before the error stay as
+    // *_partial.pdf / *_partial.tif, or as JPEG pages, or are printed; a
+    // stub with no page is removed. Says what was done, for the log.
+    QString keepPartial(const Job& job) const;
 
     // A job whose language is not converted here, its bytes kept as they
     // came at keptPath: with Print, PCL and PCL XL go to the printer as a
@@ -47,7 +52,8 @@ public:
     void keepUnconverted(const Job& job, const QString& keptPath) const;
 
 private:
-    void print(const Job& job, const std::function<bool()>& failed) const;
+    void print(const Job& job, const std::function<bool()>& ended,
+               const std::function<bool()>& failed) const;
     void exportJpegPages(ImageFile& image, const Job& job, Steps& step) const;
 
     Host m_host;

@@ -206,16 +206,19 @@ bool JobQueue::keepUnconverted(const Entry& entry, const OutputChoice& choice, J
 
 void JobQueue::ended(const Job& job, const GsRun& run)
 {
-    if (!run.failure.isEmpty())
-        return fail(job, run.failure);
+    if (!run.failure.isEmpty()) {
+        QString left;
+        RunGuarded([&] { left = m_host.dispatcher().keepPartial(job); });
+        return fail(job, run.failure + QStringLiteral("; ") + left);
+    }
     RunGuarded([&] { m_host.dispatcher().complete(job); });
     done();
 }
 
 void JobQueue::fail(const Job& job, const QString& why)
 {
-    if (!job.outputPath.isEmpty())
-        QFile::remove(job.outputPath); // made for this job only: no half output stays
+    if (!job.outputPath.isEmpty() && QFileInfo(job.outputPath).size() == 0)
+        QFile::remove(job.outputPath); // the name taken for this job, never written
     QString kept = QStringLiteral("(it could not be kept: the folder cannot be made)");
     if (EnsureFolder(failedFolder())) {
         const QString target = Paths::join(

@@ -57,6 +57,8 @@ QByteArray sample(const QString& name)
         QProcess::execute("gs", {"-q", "-dNOPAUSE", "-dBATCH", "-r100", "-sDEVICE=" + devices[name],
                                  "-sOutputFile=" + dir.filePath(name), dir.filePath("in.ps")});
         bytes = readFile(dir.filePath(name));
+    } else if (name == "fails") {
+        bytes = makePsJob(2) + "nosuchoperator\n";
     } else if (name == "random") {
         QRandomGenerator random(19);
         for (int i = 0; i < 4096; ++i)
@@ -130,23 +132,33 @@ private slots:
     {
         QTest::addColumn<QString>("sample");
         QTest::addColumn<bool>("queue");
-        QTest::addColumn<QString>("output"); // --output, or a printer: raw, reject
-        QTest::addColumn<QString>("kept");   // the extension of the one file left, byte-exact
+        QTest::addColumn<QString>("output");   // --output, or a printer: raw, reject
+        QTest::addColumn<QStringList>("kept"); // endings of the files left; one alone: byte-exact
         QTest::addColumn<QString>("logged");
         for (const bool queue : {false, true}) {
-            const auto row = [queue](const char* sample, const char* output, const char* kept,
+            const auto row = [queue](const char* sample, const char* output, QStringList kept,
                                      const char* logged) {
+                if (queue) // the PostScript of a failed job goes to failed/
+                    kept.removeAll(".ps");
                 QTest::addRow("%s, %s%s", sample, output, queue ? ", queued" : "")
-                    << QString(sample) << queue << QString(output) << QString(kept)
-                    << QString(logged);
+                    << QString(sample) << queue << QString(output) << kept << QString(logged);
             };
-            row("pcl", "pdf", ".pcl",
+            row("pcl", "pdf", {".pcl"},
                 " is PCL 5, which is not converted here: kept unconverted as ");
-            row("pxl", "tiff", ".pxl", " is PCL XL, which is not converted here: kept unconverted");
-            row("random", "pdf", ".bin", " is in no language Quorvel knows: kept unconverted as ");
-            row("pcl", "raw", "", " is PCL 5: sent to the printer \"QuorvelRaw\" as a raw job");
-            row("pxl", "reject", ".pxl", " is PCL XL: the printer \"QuorvelReject\" refused it (");
-            row("random", "raw", ".bin", ": not sent to the printer, kept unconverted as ");
+            row("pxl", "tiff", {".pxl"},
+                " is PCL XL, which is not converted here: kept unconverted");
+            row("random", "pdf", {".bin"},
+                " is in no language Quorvel knows: kept unconverted as ");
+            row("pcl", "raw", {}, " is PCL 5: sent to the printer \"QuorvelRaw\" as a raw job");
+            row("pxl", "reject", {".pxl"},
+                " is PCL XL: the printer \"QuorvelReject\" refused it (");
+            row("random", "raw", {".bin"}, ": not sent to the printer, kept unconverted as ");
+            row("fails", "pdf", {".ps", "_partial.pdf"},
+                "exit code 1: \"Error: /undefined in nosuchoperator\"; the 2 pages made before the "
+                "error are kept as ");
+            row("fails", "tiff", {".ps", "_partial.tif"}, "; the 2 pages made before the error");
+            row("fails", "jpeg", {".ps", "_001.jpg", "_002.jpg"},
+                "; it failed at page 3; the pages before it are kept as JPEG files");
         }
     }
     void samplesThroughTheListener()
@@ -154,7 +166,7 @@ private slots:
         QFETCH(QString, sample);
         QFETCH(bool, queue);
         QFETCH(QString, output);
-        QFETCH(QString, kept);
+        QFETCH(QStringList, kept);
         QFETCH(QString, logged);
         const QByteArray bytes = ::sample(sample);
         QVERIFY(!bytes.isEmpty());
@@ -177,17 +189,18 @@ private slots:
         QVERIFY(q.start(args));
         sendJob(q.port, bytes);
         QVERIFY2(q.waitForLog(logged, 60000), qPrintable(q.log()));
-        const auto files = [&] { return QDir(q.jobFolder()).entryList(QDir::Files); };
-        if (kept.isEmpty()) {
-            QTRY_COMPARE(files(), QStringList());
-            QTRY_COMPARE_WITH_TIMEOUT(printed, bytes, 30000);
-        } else {
-            QCOMPARE(files().size(), 1);
-            QVERIFY2(files()[0].endsWith(kept), qPrintable(files()[0]));
-            QCOMPARE(readFile(q.jobFolder() + "/" + files()[0]), bytes);
-            QTest::qWait(output == "raw" ? 3000 : 0); // what a printer would get, if anything
-            QCOMPARE(printed, QByteArray());
-        }
+        QTRY_VERIFY(q.log().contains("Job ") && QDir(q.jobFolder() + "/spool").isEmpty());
+        const QStringList files = QDir(q.jobFolder()).entryList(QDir::Files, QDir::Name);
+        QCOMPARE(files.size(), kept.size());
+        for (int i = 0; i < files.size(); ++i)
+            QVERIFY2(files[i].endsWith(kept[i]), qPrintable(files.join(' ')));
+        if (sample != "fails" && kept.size() == 1) // kept unconverted
+            QCOMPARE(readFile(q.jobFolder() + "/" + files[0]), bytes);
+        const QDir failed(q.jobFolder() + "/failed");
+        if (sample == "fails" && queue) // the spooled bytes, as they came
+            QCOMPARE(readFile(failed.filePath(failed.entryList(QDir::Files).value(0))), bytes);
+        QTest::qWait(output == "raw" && kept.size() ? 3000 : 0); // what a printer would get
+        QTRY_COMPARE_WITH_TIMEOUT(printed, kept.isEmpty() ? bytes : QByteArray(), 30000);
     }
 
     void eachOutputKeepsItsFiles_data()
@@ -390,10 +403,12 @@ private slots:
     {
         TestServer s;
         frmMain& w = s.start();
-        const Job failed = convert(w, "%!PS\nnosuchoperator\nshowpage\n");
+        // One line naming the job, its first error line without control bytes, no stack dump.
+        const Job failed = convert(w, "%!PS\n(bad\x01\x1B[31mname) cvn cvx exec\nshowpage\n");
         QString log = w.txtLog->text();
-        QVERIFY2(log.contains("Ghostscript ended with exit code 1 for " + failed.outputPath) &&
-                     log.contains(QLatin1String("Error: /undefined in nosuchoperator")),
+        QVERIFY2(log == "Ghostscript failed on job " + failed.baseName +
+                            ": Ghostscript ended with exit code 1: \"Error: /undefined in "
+                            "bad[31mname\"\r\n",
                  qPrintable(log));
         w.txtLog->setText(QString());
         convert(w, makePsJob(1)); // a good job logs nothing
@@ -401,18 +416,17 @@ private slots:
 
         QTemporaryFile secret(QDir::tempPath() + QStringLiteral("/quorvel-secret-XXXXXX"));
         QVERIFY(secret.open() && secret.write("secret\n") && secret.flush());
-        // The job names a file in its temporary folder and tries the secret; the error logs it.
-        convert(w, "%!PS\n(TEMPFILE=) print null (w) .tempfile pop = flush\n(" +
-                       secret.fileName().toLocal8Bit() +
-                       ") (r) file 100 string readstring pop (read: ) print =\nshowpage\n");
+        convert(w, "%!PS\n(" + secret.fileName().toLocal8Bit() +
+                       ") (r) file 100 string readstring pop cvn cvx exec\nshowpage\n");
+        QVERIFY2(w.txtLog->text().contains("\"Error: /invalidfileaccess in --file--\""),
+                 qPrintable(w.txtLog->text()));
+        // The job names a file in its temporary folder: the error line quotes it.
+        convert(w, "%!PS\nnull (w) .tempfile pop cvn cvx exec\n");
         log = w.txtLog->text();
-        QVERIFY2(log.contains(QLatin1String("Error: /invalidfileaccess")) &&
-                     !log.contains(QLatin1String("read: ")),
-                 qPrintable(log));
-        const qsizetype at = log.indexOf(QLatin1String("TEMPFILE="));
-        QVERIFY2(at >= 0, qPrintable(log));
-        const QString tmpdir =
-            QFileInfo(log.mid(at + 9, log.indexOf(u'\r', at) - at - 9)).absolutePath();
+        const QString mark = "Error: /undefined in ";
+        const qsizetype at = log.indexOf(mark) + mark.size();
+        QVERIFY2(at >= mark.size(), qPrintable(log));
+        const QString tmpdir = QFileInfo(log.mid(at, log.indexOf(u'"', at) - at)).absolutePath();
         QVERIFY2(tmpdir.startsWith(QDir::tempPath() + QStringLiteral("/quorvel-gs-")),
                  qPrintable(tmpdir));
         QVERIFY2(!QFileInfo::exists(tmpdir), qPrintable(tmpdir)); // removed after the run
