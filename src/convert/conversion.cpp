@@ -81,14 +81,28 @@ QString GhostscriptErrorLine(const QByteArray& printed)
     return QString();
 }
 
+namespace
+{
+int countPages(const QByteArray& pdf)
+{
+    static const QRegularExpression page(QStringLiteral("/Type\\s*/Page(?![a-zA-Z])"));
+    return int(QString::fromLatin1(pdf).count(page));
+}
+} // namespace
+
+int PdfPageCount(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? countPages(f.readAll()) : 0;
+}
+
 int PdfPagesMade(const QString& path)
 {
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly))
         return 0;
     const QByteArray pdf = f.readAll();
-    static const QRegularExpression page(QStringLiteral("/Type\\s*/Page(?![a-zA-Z])"));
-    const int pages = int(QString::fromLatin1(pdf).count(page));
+    const int pages = countPages(pdf);
     if (pages != 1)
         return pages;
     // The stub's one content stream draws nothing: "q 0.1 0 0 0.1 0 0 cm Q".

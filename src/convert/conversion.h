@@ -43,6 +43,8 @@ QString GhostscriptErrorLine(const QByteArray& printed);
 // The pages of a PDF that pdfwrite left, 0 for its blank stub of a job that
 // made no page (or for a file that is no PDF).
 int PdfPagesMade(const QString& path);
+// The pages of a PDF that pdfwrite wrote.
+int PdfPageCount(const QString& path);
 
 // Starts the command line without waiting for it, under limits. A run that
 // fails (a non-zero exit included) logs one line with the job's name and

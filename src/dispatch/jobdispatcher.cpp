@@ -16,6 +16,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 JobDispatcher::JobDispatcher(Host host) : m_host(std::move(host)) {}
 
@@ -50,8 +51,10 @@ std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
                             m_host.log, m_host.owner, std::move(done));
 }
 
-void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
+JobOutcome JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
 {
+    JobOutcome outcome;
+    ImageFile image;
     using Action = OutputChoice::Action;
     // True once the run has ended with a failure: its output is not the job.
     const auto failed = [&] { return run && run->ended && !run->failure.isEmpty(); };
@@ -60,43 +63,69 @@ void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>&
     Steps step;
     switch (job.choice.action) {
     case Action::Print:
-        print(job, ended, failed);
+        outcome.pages = print(job, ended, failed);
+        outcome.outputs << QStringLiteral("printer \"%1\"").arg(m_host.printer);
         break;
     case Action::Pdf:
         // A missing file counts as locked too: this waits for the whole PDF.
         waitUntil([&] { return (ended() && !IsFileLocked(job.outputPath)) || failed(); });
+        outcome.pages = PdfPageCount(job.outputPath);
+        outcome.outputs << QFileInfo(job.outputPath).fileName();
         break;
-    case Action::Image: {
-        ImageFile image;
+    case Action::Image:
         waitUntil([&] { return (ended() && TiffLoad(image, job.outputPath)) || failed(); });
         if (failed())
             break;
+        outcome.pages = image.FrameCount();
         if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
             exportJpegPages(image, job, step);
             step([&] { WipeUntilDone(job.outputPath); });
+            outcome.outputs = jpegPages(job, outcome.pages);
+        } else {
+            outcome.outputs << QFileInfo(job.outputPath).fileName();
         }
         break;
-    }
     default:
         break;
     }
     if (failed()) {
+        outcome.reason = run->failure;
         m_host.log(QStringLiteral("Job %1 failed: %2; %3; its PostScript is kept as %4")
-                       .arg(job.baseName, run->failure, keepPartial(job),
+                       .arg(job.baseName, run->failure, keepPartial(job, outcome),
                             QDir::toNativeSeparators(job.psPath)));
-        return;
+        return outcome;
     }
     step([&] { WipeUntilDone(job.psPath); });
+    return outcome;
 }
 
-QString JobDispatcher::keepPartial(const Job& job) const
+QStringList JobDispatcher::jpegPages(const Job& job, int frames) const
+{
+    const QString prefix = job.outputPath.left(job.outputPath.size() - 4);
+    QStringList names;
+    for (int page = 1; page <= qMax(frames, 1); ++page) {
+        const QString name = frames <= 1 ? prefix + QStringLiteral(".jpg")
+                                         : prefix + QStringLiteral("_00%1.jpg").arg(page);
+        if (QFileInfo::exists(name))
+            names << QFileInfo(name).fileName();
+    }
+    return names;
+}
+
+QString JobDispatcher::keepPartial(const Job& job, JobOutcome& outcome) const
 {
     const QString out = job.outputPath;
+    outcome.status = JobOutcome::Status::Failed;
+    outcome.outputs.clear();
     const auto keptAs = [&](const QString& extension, int pages) {
         // Under a name that says what it is; a file or link in its place goes first.
         const QString to = out.left(out.size() - 4) + QStringLiteral("_partial") + extension;
         QFile::remove(to);
-        if (!QFile::rename(out, to))
+        outcome.pages = pages;
+        if (QFile::rename(out, to))
+            outcome.status = JobOutcome::Status::Partial,
+            outcome.outputs << QFileInfo(to).fileName();
+        else
             return QStringLiteral("the %1 pages made before the error cannot be kept (%2)")
                 .arg(pages)
                 .arg(QDir::toNativeSeparators(to));
@@ -115,6 +144,9 @@ QString JobDispatcher::keepPartial(const Job& job) const
             CurrentPrinter::SelectByName(m_host.printer);
             PrintTiffPages(out, m_host.log);
             CurrentPrinter::SelectByName(previous);
+            outcome.status = JobOutcome::Status::Partial;
+            outcome.pages = pages;
+            outcome.outputs << QStringLiteral("printer \"%1\"").arg(m_host.printer);
         }
         WipeUntilDone(out);
         return QStringLiteral("it failed at page %1 (the pages before it were printed)").arg(page);
@@ -129,14 +161,19 @@ QString JobDispatcher::keepPartial(const Job& job) const
         Steps step;
         exportJpegPages(image, job, step);
         WipeUntilDone(out);
+        outcome.status = JobOutcome::Status::Partial;
+        outcome.pages = pages;
+        outcome.outputs = jpegPages(job, pages);
         return QStringLiteral("it failed at page %1; the pages before it are kept as JPEG files")
             .arg(page);
     }
     return keptAs(QStringLiteral(".tif"), pages);
 }
 
-void JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) const
+JobOutcome JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) const
 {
+    JobOutcome outcome{
+        JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(keptPath).fileName()}, -1};
     const QString kept = QDir::toNativeSeparators(keptPath);
     const QString what =
         job.language == JobLanguage::Unknown
@@ -147,38 +184,49 @@ void JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) con
                         ? QStringLiteral("%1: kept unconverted as %2")
                         : QStringLiteral("%1, which is not converted here: kept unconverted as %2"))
                        .arg(what, kept));
-        return;
+        return outcome;
     }
     if (!IsPrinterLanguage(job.language)) {
         // A printer would print its bytes as garbage.
         m_host.log(
             QStringLiteral("%1: not sent to the printer, kept unconverted as %2").arg(what, kept));
-        return;
+        return outcome;
     }
     std::wstring why;
     if (!PrinterTools::printRaw(m_host.printer.toStdWString(), keptPath.toStdWString(),
-                                job.baseName.toStdWString(), &why)) {
+                                (job.title.isEmpty() ? job.baseName : job.title).toStdWString(),
+                                &why)) {
+        outcome.reason = QStringLiteral("the printer refused it: ") + QString::fromStdWString(why);
         m_host.log(QStringLiteral("%1: the printer \"%2\" refused it (%3); kept unconverted as %4")
                        .arg(what, m_host.printer, QString::fromStdWString(why), kept));
-        return;
+        return outcome;
     }
     m_host.log(
         QStringLiteral("%1: sent to the printer \"%2\" as a raw job").arg(what, m_host.printer));
     WipeUntilDone(keptPath);
+    outcome.status = JobOutcome::Status::Done;
+    outcome.outputs = QStringList{QStringLiteral("printer \"%1\" (raw)").arg(m_host.printer)};
+    return outcome;
 }
 
-void JobDispatcher::print(const Job& job, const std::function<bool()>& ended,
-                          const std::function<bool()>& failed) const
+int JobDispatcher::print(const Job& job, const std::function<bool()>& ended,
+                         const std::function<bool()>& failed) const
 {
     const QString previous = CurrentPrinter::DeviceName();
     CurrentPrinter::SelectByName(m_host.printer);
     WaitForFileCreated(job.outputPath, failed);
     waitUntil([&] { return ended(); });
+    int pages = -1;
     if (!failed()) {
         PrintTiffPages(job.outputPath, m_host.log);
-        WipeUntilDone(job.outputPath);
+        ImageFile image;
+        if (image.LoadFile(job.outputPath))
+            pages = image.FrameCount();
     }
     CurrentPrinter::SelectByName(previous);
+    if (!failed()) // a failed run's pages are the failure's to print
+        WipeUntilDone(job.outputPath);
+    return pages;
 }
 
 void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& step) const

@@ -15,16 +15,18 @@ namespace
 {
 constexpr int kRetryMs = 1000; // while the job folder cannot be written
 
-JobLanguage spooledLanguage(const QString& path)
+// Language, title and user of a spooled job.
+void readSpooled(Job& job, const QString& path)
 {
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly) || f.size() == 0)
-        return JobLanguage::Unknown;
+        return job.readFrom({});
     // Mapped, not read: a job can be as large as memory.
-    const uchar* data = f.map(0, f.size());
-    if (!data)
-        return DetectJobLanguage(f.read(1 << 20)).language;
-    return DetectJobLanguage(QByteArrayView(data, f.size())).language;
+    if (const uchar* data = f.map(0, f.size()))
+        job.readFrom(QByteArrayView(data, f.size()));
+    else
+        job.readFrom(f.read(1 << 20));
+    job.bytes = f.size();
 }
 } // namespace
 
@@ -82,7 +84,7 @@ void JobQueue::stall(const QString& why)
 
 void JobQueue::add(QByteArrayView bytes, const QString& from)
 {
-    Entry entry{QString(), QByteArray(), from};
+    Entry entry{QString(), QByteArray(), from, QDateTime::currentDateTime()};
     if (!spool(entry, bytes))
         entry.bytes = bytes.toByteArray();
     m_jobs.push_back(std::move(entry));
@@ -95,7 +97,8 @@ int JobQueue::resume()
     const QStringList names =
         QDir(spoolFolder()).entryList({QStringLiteral("*.ps")}, QDir::Files, QDir::Name);
     for (const QString& name : names)
-        m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool")});
+        m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool"),
+                          QFileInfo(Paths::join(spoolFolder(), name)).lastModified()});
     if (!names.isEmpty())
         m_host.log(
             QStringLiteral("%1 spooled jobs from an earlier run are queued").arg(names.size()));
@@ -125,17 +128,20 @@ void JobQueue::next()
     }
     const JobDispatcher road = m_host.dispatcher();
     const OutputChoice choice = m_host.choice();
-    if (choice.action != OutputChoice::Action::Cloud) {
-        const JobLanguage language = spooledLanguage(entry.spoolPath);
-        if (!IsConverted(language)) {
-            if (!keepUnconverted(entry, choice, language))
-                schedule(kRetryMs);
-            return;
-        }
+    Job about = Job::named(jobBaseName(), choice, m_folder);
+    about.client = entry.from;
+    about.received = entry.received;
+    readSpooled(about, entry.spoolPath);
+    if (choice.action != OutputChoice::Action::Cloud && !IsConverted(about.language)) {
+        if (!keepUnconverted(entry, about))
+            schedule(kRetryMs);
+        return;
     }
-    Job job;
+    Job job = about;
     for (;;) {
-        job = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
+        const Job named = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
+        job.baseName = named.baseName;
+        job.outputPath = named.outputPath;
         job.psPath = entry.spoolPath;
         if (job.outputPath.isEmpty())
             break;
@@ -163,13 +169,14 @@ void JobQueue::next()
             return fail(job, f.errorString());
         m_host.upload(job, f.readAll());
         WipeFile(job.psPath);
-        return done();
+        return done(
+            job, {JobOutcome::Status::Done, QString(), {QStringLiteral("the cloud printer")}, -1});
     }
     const QString line = road.commandLine(job);
     m_host.shown(job, line);
     if (line.isEmpty()) {
         WipeFile(job.psPath);
-        return done();
+        return done(job, {});
     }
     try {
         road.convert(job, [this, job](const GsRun& run) {
@@ -181,13 +188,11 @@ void JobQueue::next()
     }
 }
 
-bool JobQueue::keepUnconverted(const Entry& entry, const OutputChoice& choice, JobLanguage language)
+bool JobQueue::keepUnconverted(const Entry& entry, Job job)
 {
-    Job job = Job::named(jobBaseName(), choice, m_folder);
-    job.language = language;
     // The spooled bytes are the job as it came: moved, never rewritten.
     const QString kept =
-        MoveJobFile(entry.spoolPath, m_folder, job.baseName, KeptExtension(language));
+        MoveJobFile(entry.spoolPath, m_folder, job.baseName, KeptExtension(job.language));
     if (kept.isEmpty()) {
         stall(QStringLiteral("%1 cannot be moved there")
                   .arg(QDir::toNativeSeparators(entry.spoolPath)));
@@ -199,23 +204,26 @@ bool JobQueue::keepUnconverted(const Entry& entry, const OutputChoice& choice, J
     job.outputPath.clear();
     m_busy = true;
     m_host.shown(job, QString());
-    RunGuarded([&] { m_host.dispatcher().keepUnconverted(job, kept); });
-    done();
+    JobOutcome outcome{
+        JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(kept).fileName()}, -1};
+    RunGuarded([&] { outcome = m_host.dispatcher().keepUnconverted(job, kept); });
+    done(job, outcome);
     return true;
 }
 
 void JobQueue::ended(const Job& job, const GsRun& run)
 {
+    JobOutcome outcome;
     if (!run.failure.isEmpty()) {
         QString left;
-        RunGuarded([&] { left = m_host.dispatcher().keepPartial(job); });
-        return fail(job, run.failure + QStringLiteral("; ") + left);
+        RunGuarded([&] { left = m_host.dispatcher().keepPartial(job, outcome); });
+        return fail(job, run.failure + QStringLiteral("; ") + left, outcome);
     }
-    RunGuarded([&] { m_host.dispatcher().complete(job); });
-    done();
+    RunGuarded([&] { outcome = m_host.dispatcher().complete(job); });
+    done(job, outcome);
 }
 
-void JobQueue::fail(const Job& job, const QString& why)
+void JobQueue::fail(const Job& job, const QString& why, JobOutcome outcome)
 {
     if (!job.outputPath.isEmpty() && QFileInfo(job.outputPath).size() == 0)
         QFile::remove(job.outputPath); // the name taken for this job, never written
@@ -230,11 +238,15 @@ void JobQueue::fail(const Job& job, const QString& why)
                          .arg(QDir::toNativeSeparators(job.psPath));
     }
     m_host.log(QStringLiteral("Job %1 failed: %2; %3").arg(job.baseName, why, kept));
-    done();
+    if (outcome.reason.isEmpty())
+        outcome.reason = why.section(QStringLiteral("; "), 0, 0);
+    done(job, outcome);
 }
 
-void JobQueue::done()
+void JobQueue::done(const Job& job, const JobOutcome& outcome)
 {
+    if (m_host.ended)
+        m_host.ended(job, outcome);
     m_jobs.pop_front();
     m_busy = false;
     schedule();

@@ -3,6 +3,7 @@
 #include "common/log.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
+#include "history/jobhistory.h"
 #include "server/frmmain.h"
 
 #include <QApplication>
@@ -141,6 +142,9 @@ bool RunOptions::parse(const QStringList& arguments)
         QStringLiteral("job-queue"),
         QStringLiteral("Each connection is a job of its own, spooled at once and converted one "
                        "at a time."));
+    QCommandLineOption historyOpt(
+        QStringLiteral("history"),
+        QStringLiteral("Print the last jobs of the job history as a table, then end."));
     const QCommandLineOption limitOpts[] = {
         {QStringLiteral("gs-cpu-seconds"),
          QStringLiteral("CPU time a Ghostscript run may use (0: no limit)."), QStringLiteral("N")},
@@ -150,13 +154,18 @@ bool RunOptions::parse(const QStringList& arguments)
          QStringLiteral("Time a Ghostscript run may take (0: no limit)."), QStringLiteral("N")}};
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
                        registerOpt, getOpt, pollOpt, listenOpt, allowOpt, maxOpt, queueOpt,
-                       limitOpts[0], limitOpts[1], limitOpts[2]});
+                       limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qPrintable(parser.errorText()));
         return false;
     }
     if (parser.isSet(QStringLiteral("help"))) {
         std::fprintf(stdout, "%s", qPrintable(parser.helpText()));
+        exitCode = 0;
+        return false;
+    }
+    if (parser.isSet(historyOpt)) {
+        std::fprintf(stdout, "%s", qPrintable(JobHistory::table()));
         exitCode = 0;
         return false;
     }
