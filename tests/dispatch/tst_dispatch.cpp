@@ -3,10 +3,12 @@
 
 #include "cloud/uccloudsrvr.h"
 #include "convert/currentprinter.h"
+#include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
 #include "language/joblanguage.h"
 #include "server/runoptions.h"
 
+#include <QButtonGroup>
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QImageReader>
@@ -55,6 +57,19 @@ QByteArray sample(const QString& name)
     if (devices.contains(name)) {
         writeFile(dir.filePath("in.ps"), makePsJob(2));
         QProcess::execute("gs", {"-q", "-dNOPAUSE", "-dBATCH", "-r100", "-sDEVICE=" + devices[name],
+                                 "-sOutputFile=" + dir.filePath(name), dir.filePath("in.ps")});
+        bytes = readFile(dir.filePath(name));
+    } else if (name.startsWith("pjl")) { // a PJL-wrapped job titled in UTF-8 or Latin-1
+        const QString title = QStringLiteral("Relev\u00e9 trimestriel");
+        bytes = "\x1B%-12345X@PJL JOB NAME=\"" +
+                (name.endsWith("utf8") ? title.toUtf8() : title.toLatin1()) +
+                "\"\r\n@PJL SET USERNAME=\"alice\"\r\n@PJL ENTER LANGUAGE=POSTSCRIPT\r\n" +
+                kSmallJob + "\x1B%-12345X@PJL EOJ\r\n\x1B%-12345X";
+    } else if (name == "pdf-utf16") { // its Info /Title in UTF-16BE with a BOM
+        writeFile(dir.filePath("in.ps"), "[ /Title <FEFF00520065006C0065007600E9002026A0> /Author "
+                                         "(bob) /DOCINFO pdfmark\n" +
+                                             kSmallJob);
+        QProcess::execute("gs", {"-q", "-dNOPAUSE", "-dBATCH", "-sDEVICE=pdfwrite",
                                  "-sOutputFile=" + dir.filePath(name), dir.filePath("in.ps")});
         bytes = readFile(dir.filePath(name));
     } else if (name == "fails") {
@@ -135,30 +150,55 @@ private slots:
         QTest::addColumn<QString>("output");   // --output, or a printer: raw, reject
         QTest::addColumn<QStringList>("kept"); // endings of the files left; one alone: byte-exact
         QTest::addColumn<QString>("logged");
+        QTest::addColumn<QString>("line");    // the job's own line, after "from "
+        QTest::addColumn<QString>("history"); // its row in --history
         for (const bool queue : {false, true}) {
             const auto row = [queue](const char* sample, const char* output, QStringList kept,
-                                     const char* logged) {
+                                     const char* logged, const char* line, const char* history) {
                 if (queue) // the PostScript of a failed job goes to failed/
                     kept.removeAll(".ps");
                 QTest::addRow("%s, %s%s", sample, output, queue ? ", queued" : "")
-                    << QString(sample) << queue << QString(output) << kept << QString(logged);
+                    << QString(sample) << queue << QString(output) << kept << QString(logged)
+                    << QString(line) << QString(history);
             };
             row("pcl", "pdf", {".pcl"},
-                " is PCL 5, which is not converted here: kept unconverted as ");
+                " is PCL 5, which is not converted here: kept unconverted as ",
+                "ADDR: PCL 5, kept unconverted -> File_\\S+\\.pcl$", "kept unconverted +PCL 5 ");
             row("pxl", "tiff", {".pxl"},
-                " is PCL XL, which is not converted here: kept unconverted");
-            row("random", "pdf", {".bin"},
-                " is in no language Quorvel knows: kept unconverted as ");
-            row("pcl", "raw", {}, " is PCL 5: sent to the printer \"QuorvelRaw\" as a raw job");
-            row("pxl", "reject", {".pxl"},
-                " is PCL XL: the printer \"QuorvelReject\" refused it (");
-            row("random", "raw", {".bin"}, ": not sent to the printer, kept unconverted as ");
+                " is PCL XL, which is not converted here: kept unconverted",
+                "ADDR: PCL XL, kept unconverted -> File_\\S+\\.pxl$", " PCL XL ");
+            row("random", "pdf", {".bin"}, " is in no language Quorvel knows: kept unconverted as ",
+                "ADDR: an unknown language, kept unconverted -> File_\\S+\\.bin$",
+                "kept unconverted +an unknown language ");
+            row("pcl", "raw", {}, " is PCL 5: sent to the printer \"QuorvelRaw\" as a raw job",
+                "ADDR: PCL 5 -> printer \"QuorvelRaw\" \\(raw\\)$", "done +PCL 5 ");
+            row("pxl", "reject", {".pxl"}, " is PCL XL: the printer \"QuorvelReject\" refused it (",
+                "ADDR: PCL XL, kept unconverted \\(the printer refused it: .+\\) -> "
+                "File_\\S+\\.pxl$",
+                "kept unconverted +PCL XL ");
+            row("random", "raw", {".bin"}, ": not sent to the printer, kept unconverted as ",
+                "ADDR: an unknown language, kept unconverted -> File_\\S+\\.bin$", " unknown ");
             row("fails", "pdf", {".ps", "_partial.pdf"},
                 "exit code 1: \"Error: /undefined in nosuchoperator\"; the 2 pages made before the "
-                "error are kept as ");
-            row("fails", "tiff", {".ps", "_partial.tif"}, "; the 2 pages made before the error");
+                "error are kept as ",
+                "ADDR: PostScript, 2 pages, partial \\(FAILED\\) -> File_\\S+_partial\\.pdf$",
+                "partial +PostScript +2 ");
+            row("fails", "tiff", {".ps", "_partial.tif"}, "; the 2 pages made before the error",
+                "ADDR: PostScript, 2 pages, partial \\(FAILED\\) -> File_\\S+_partial\\.tif$",
+                "partial +PostScript +2 ");
             row("fails", "jpeg", {".ps", "_001.jpg", "_002.jpg"},
-                "; it failed at page 3; the pages before it are kept as JPEG files");
+                "; it failed at page 3; the pages before it are kept as JPEG files",
+                "ADDR: PostScript, 2 pages, partial \\(FAILED\\) -> File_\\S+_001\\.jpg, "
+                "File_\\S+_002\\.jpg$",
+                "partial +PostScript +2 ");
+            // Titles and users: PJL (UTF-8, Latin-1), then the PDF Info dictionary (UTF-16).
+            for (const char* pjl : {"pjl-utf8", "pjl-latin1"})
+                row(pjl, "pdf", {".pdf"}, "Job \"Relev\u00e9 trimestriel\" from alice",
+                    "alice \\(ADDR\\): PostScript, 1 page -> File_\\S+\\.pdf$",
+                    "done +PostScript +1 .* alice +Relev\u00e9 trimestriel +File_");
+            row("pdf-utf16", "tiff", {".tif"}, "Job \"Relev\u00e9 \u26a0\" from bob",
+                "bob \\(ADDR\\): PDF, 1 page -> File_\\S+\\.tif$",
+                "done +PDF +1 .* bob +Relev\u00e9 \u26a0 +File_");
         }
     }
     void samplesThroughTheListener()
@@ -168,6 +208,8 @@ private slots:
         QFETCH(QString, output);
         QFETCH(QStringList, kept);
         QFETCH(QString, logged);
+        QFETCH(QString, line);
+        QFETCH(QString, history);
         const QByteArray bytes = ::sample(sample);
         QVERIFY(!bytes.isEmpty());
         HeadlessQuorvel q;
@@ -194,13 +236,78 @@ private slots:
         QCOMPARE(files.size(), kept.size());
         for (int i = 0; i < files.size(); ++i)
             QVERIFY2(files[i].endsWith(kept[i]), qPrintable(files.join(' ')));
-        if (sample != "fails" && kept.size() == 1) // kept unconverted
+        if (kept.size() == 1 && QStringList{".pcl", ".pxl", ".bin"}.contains(kept[0]))
             QCOMPARE(readFile(q.jobFolder() + "/" + files[0]), bytes);
         const QDir failed(q.jobFolder() + "/failed");
         if (sample == "fails" && queue) // the spooled bytes, as they came
             QCOMPARE(readFile(failed.filePath(failed.entryList(QDir::Files).value(0))), bytes);
         QTest::qWait(output == "raw" && kept.size() ? 3000 : 0); // what a printer would get
         QTRY_COMPARE_WITH_TIMEOUT(printed, kept.isEmpty() ? bytes : QByteArray(), 30000);
+        // One line for the job, one history row.
+        const QRegularExpression jobLine(
+            QString(" Job .* from " + line)
+                .replace("ADDR", "(localhost, )?127\\.0\\.0\\.1")
+                .replace("FAILED", QRegularExpression::escape(
+                                       "Ghostscript ended with exit code 1: \"Error: /undefined "
+                                       "in nosuchoperator\"")),
+            QRegularExpression::MultilineOption);
+        QTRY_VERIFY2(q.log().count(jobLine) == 1, qPrintable(q.log()));
+        QProcess list;
+        list.setProcessEnvironment(q.process.processEnvironment());
+        list.start(qEnvironmentVariable("QUORVEL_BINARY"), {"--history"});
+        QVERIFY(list.waitForFinished(30000));
+        const QStringList rows = QString::fromUtf8(list.readAllStandardOutput()).split('\n');
+        QCOMPARE(rows.size(), 3); // the header, the job, the end
+        QVERIFY2(rows[1].contains(QRegularExpression(history)), qPrintable(rows.join('\n')));
+    }
+
+    // The whole Ghostscript line per output: Ghostscript itself takes a wrong device or flag.
+    void commandLineForEachOutput_data()
+    {
+        QTest::addColumn<QStringList>("checked"); // option buttons, with exclusivity off
+        QTest::addColumn<bool>("safer");
+        QTest::addColumn<QString>("line");
+        const QString tiff =
+            "\"/gs dir/gs\" -dNOPAUSE -dBATCH -r600 -sDEVICE=%1 -sPAPERSIZE=letter "
+            "-dCOLORSCREEN=%2 -dDITHERPPI=204 -dQUIET -sOutputFile=\"/job "
+            "dir/File_1.tif\" \"/job dir/File_1.ps\"";
+        const QString pdf = "\"/gs dir/gs\"%1 -dNOPAUSE -dBATCH -sDEVICE=pdfwrite -dQUIET "
+                            "-sOutputFile=\"/job dir/File_1.pdf\"  \"/job dir/File_1.ps\"";
+        const auto row = [](const char* tag, const QStringList& checked, const QString& line,
+                            bool safer = false) { QTest::newRow(tag) << checked << safer << line; };
+        row("print", {"Option3"}, tiff.arg("tifflzw", "0"));
+        row("image, grayscale", {"Option2", "Option6"}, tiff.arg("tifflzw", "4"));
+        row("image, colour", {"Option2", "Option7"}, tiff.arg("tiff12nc", "4"));
+        row("tiff file, colour", {"Option1", "Option4", "Option7"}, tiff.arg("tiff12nc", "4"));
+        row("pdf", {"Option1"}, pdf.arg(""));
+        row("pdf, Ghostscript before 9.50", {"Option1"}, pdf.arg(" -dSAFER"), true);
+        row("print, Ghostscript before 9.50", {"Option3"},
+            tiff.arg("tifflzw", "0").replace("gs\" -d", "gs\" -dSAFER -d"), true);
+        // Two at once: print wins over image, image over PDF.
+        row("print and image", {"Option3", "Option2", "Option7"}, tiff.arg("tifflzw", "0"));
+        row("image and pdf", {"Option1", "Option2"}, tiff.arg("tifflzw", "4"));
+        row("nothing", {}, "");
+    }
+    void commandLineForEachOutput()
+    {
+        QFETCH(QStringList, checked);
+        QFETCH(bool, safer);
+        QFETCH(QString, line);
+        TestServer s;
+        frmMain& w = s.start();
+        for (QButtonGroup* g : {w.actionGroup, w.imageTypeGroup, w.colourGroup}) {
+            g->setExclusive(false);
+            for (QAbstractButton* b : g->buttons())
+                b->setChecked(false);
+        }
+        const QMap<QString, QRadioButton*> buttons{{"Option1", w.Option1}, {"Option2", w.Option2},
+                                                   {"Option3", w.Option3}, {"Option4", w.Option4},
+                                                   {"Option6", w.Option6}, {"Option7", w.Option7}};
+        for (const QString& name : checked)
+            buttons[name]->setChecked(true);
+        w.DoChangeOption(); // as the dispatch does first
+        const JobDispatcher road({"/gs dir/gs", QString(), {}, nullptr, {}, safer});
+        QCOMPARE(road.commandLine(Job::named("File_1", w.outputChoice(), "/job dir")), line);
     }
 
     void eachOutputKeepsItsFiles_data()
