@@ -15,6 +15,7 @@ struct Job {
     QString outputPath; // what Ghostscript makes; empty when nothing is converted
     OutputChoice choice;
     JobLanguage language = JobLanguage::PostScript;
+    bool exclusive = false; // files made new only, never through a link (--job-queue)
     // What is known of it when it is named, for the log line and the history.
     QString client; // the sender's address, or where the job came from otherwise
     QDateTime received;

@@ -242,11 +242,11 @@ void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& ste
     if (frames <= 1) {
         cDIBSection dib;
         dib.CreateFromPicture(image.Picture());
-        if (!SaveJPG(dib, prefix + QStringLiteral(".jpg"), 95))
+        if (!SaveJPG(dib, prefix + QStringLiteral(".jpg"), 95, job.exclusive))
             failed(prefix + QStringLiteral(".jpg"));
         return;
     }
     // From the first page on, a failing step is passed over to the end of the dispatch.
     step.skipErrors = true;
-    SaveJpegPages(image, frames, prefix, failed);
+    SaveJpegPages(image, frames, prefix, failed, job.exclusive);
 }

@@ -130,6 +130,7 @@ void JobQueue::next()
     const OutputChoice choice = m_host.choice();
     Job about = Job::named(jobBaseName(), choice, m_folder);
     about.client = entry.from;
+    about.exclusive = true;
     about.received = entry.received;
     readSpooled(about, entry.spoolPath);
     if (choice.action != OutputChoice::Action::Cloud && !IsConverted(about.language)) {
