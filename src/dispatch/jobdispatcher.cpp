@@ -170,15 +170,21 @@ QString JobDispatcher::keepPartial(const Job& job, JobOutcome& outcome) const
     return keptAs(QStringLiteral(".tif"), pages);
 }
 
-JobOutcome JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath) const
+JobOutcome JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath,
+                                          const QString& unreadable) const
 {
     JobOutcome outcome{
-        JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(keptPath).fileName()}, -1};
+        JobOutcome::Status::KeptUnconverted, unreadable, {QFileInfo(keptPath).fileName()}, -1};
     const QString kept = QDir::toNativeSeparators(keptPath);
     const QString what =
         job.language == JobLanguage::Unknown
             ? QStringLiteral("Job %1 is in no language Quorvel knows").arg(job.baseName)
             : QStringLiteral("Job %1 is %2").arg(job.baseName, LanguageName(job.language));
+    if (!unreadable.isEmpty()) {
+        m_host.log(QStringLiteral("%1, which cannot be read (%2): kept unconverted as %3")
+                       .arg(what, unreadable, kept));
+        return outcome;
+    }
     if (job.choice.action != OutputChoice::Action::Print) {
         m_host.log((job.language == JobLanguage::Unknown
                         ? QStringLiteral("%1: kept unconverted as %2")

@@ -49,7 +49,9 @@ public:
     // A job whose language is not converted here, its bytes kept as they
     // came at keptPath: with Print, PCL and PCL XL go to the printer as a
     // raw job and are wiped once it took them; the rest stays, logged.
-    JobOutcome keepUnconverted(const Job& job, const QString& keptPath) const;
+    // unreadable: why a job in a language converted here could not be read.
+    JobOutcome keepUnconverted(const Job& job, const QString& keptPath,
+                               const QString& unreadable = {}) const;
 
 private:
     // The pages printed; -1 when the run failed.

@@ -2,6 +2,7 @@
 
 #include "common/paths.h"
 #include "common/runtimeerror.h"
+#include "convert/pageimages.h"
 #include "dispatch/jobfiles.h"
 #include "platform/safefile.h"
 
@@ -133,8 +134,12 @@ void JobQueue::next()
     about.exclusive = true;
     about.received = entry.received;
     readSpooled(about, entry.spoolPath);
-    if (choice.action != OutputChoice::Action::Cloud && !IsConverted(about.language)) {
-        if (!keepUnconverted(entry, about))
+    QString unreadable;
+    if (choice.action != OutputChoice::Action::Cloud && NeedsPdfFirst(about.language))
+        unreadable = spoolAsPdf(entry, about.language);
+    if (choice.action != OutputChoice::Action::Cloud &&
+        (!IsConverted(about.language) || !unreadable.isEmpty())) {
+        if (!keepUnconverted(entry, about, unreadable))
             schedule(kRetryMs);
         return;
     }
@@ -189,7 +194,25 @@ void JobQueue::next()
     }
 }
 
-bool JobQueue::keepUnconverted(const Entry& entry, Job job)
+QString JobQueue::spoolAsPdf(Entry& entry, JobLanguage language)
+{
+    QFile f(entry.spoolPath);
+    if (!f.open(QIODevice::ReadOnly))
+        return f.errorString();
+    QString why;
+    const QByteArray pdf = PagesAsPdf(f.readAll(), language, &why);
+    if (pdf.isEmpty())
+        return why;
+    // The PDF takes the job's place in the spool, in its turn.
+    const QString path = entry.spoolPath.chopped(3) + QStringLiteral("-pdf.ps");
+    if (WriteNoFollow(path, {pdf}, safefile::Mode::Exclusive, &why) != safefile::Result::Written)
+        return QStringLiteral("its PDF cannot be spooled (%1)").arg(why);
+    WipeFile(entry.spoolPath);
+    entry.spoolPath = path;
+    return QString();
+}
+
+bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unreadable)
 {
     // The spooled bytes are the job as it came: moved, never rewritten.
     const QString kept =
@@ -207,7 +230,7 @@ bool JobQueue::keepUnconverted(const Entry& entry, Job job)
     m_host.shown(job, QString());
     JobOutcome outcome{
         JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(kept).fileName()}, -1};
-    RunGuarded([&] { outcome = m_host.dispatcher().keepUnconverted(job, kept); });
+    RunGuarded([&] { outcome = m_host.dispatcher().keepUnconverted(job, kept, unreadable); });
     done(job, outcome);
     return true;
 }

@@ -46,7 +46,9 @@ private:
     };
     bool spool(Entry& entry, QByteArrayView bytes);
     void stall(const QString& why);
-    bool keepUnconverted(const Entry& entry, Job job);
+    bool keepUnconverted(const Entry& entry, Job job, const QString& unreadable);
+    // An image, raster or XPS job becomes the PDF made of it; why it cannot, else empty.
+    QString spoolAsPdf(Entry& entry, JobLanguage language);
     void schedule(int ms = 0);
     void next();
     void ended(const Job& job, const GsRun& run);

@@ -189,7 +189,7 @@ DetectedLanguage DetectJobLanguage(QByteArrayView bytes)
 
 bool IsConverted(JobLanguage language)
 {
-    return language == JobLanguage::PostScript || language == JobLanguage::Pdf;
+    return language != JobLanguage::Unknown && !IsPrinterLanguage(language);
 }
 
 bool IsPrinterLanguage(JobLanguage language)

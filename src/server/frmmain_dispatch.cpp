@@ -6,6 +6,7 @@
 #include "convert/conversion.h"
 #include "convert/currentprinter.h"
 #include "convert/imagefile.h"
+#include "convert/pageimages.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
@@ -50,17 +51,22 @@ void frmMain::Command1_Click()
                  {JobOutcome::Status::Done, QString(), {QStringLiteral("the cloud printer")}, -1});
         return;
     }
-    if (!IsConverted(job.language)) {
+    // Images, raster and XPS go on as the PDF made of them.
+    QString unreadable;
+    const QByteArray pdf = NeedsPdfFirst(job.language)
+                               ? PagesAsPdf(m_JobBuffer.view(), job.language, &unreadable)
+                               : QByteArray();
+    if (!IsConverted(job.language) || !unreadable.isEmpty()) {
         // Never a fake document: the bytes are kept as they came.
         const QString kept =
             Paths::join(Paths::jobFolder(), m_FileName + KeptExtension(job.language));
         const JobDispatcher road = dispatcher();
         SaveJobFile(kept, m_JobBuffer.view(), false);
         m_JobBuffer.clear();
-        jobEnded(job, road.keepUnconverted(job, kept));
+        jobEnded(job, road.keepUnconverted(job, kept, unreadable));
         return;
     }
-    SavePSFile(job, m_JobBuffer);
+    SavePSFile(job, pdf.isEmpty() ? QByteArray(m_JobBuffer.view()) : pdf);
     const auto run = DoConvertPs2PdfImage(job);
     m_JobBuffer.clear();
     // Data that arrive from here on make the next job.

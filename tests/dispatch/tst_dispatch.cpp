@@ -5,6 +5,7 @@
 #include "convert/currentprinter.h"
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
+#include "history/jobhistory.h"
 #include "language/joblanguage.h"
 #include "server/runoptions.h"
 
@@ -46,13 +47,13 @@ QByteArray sample(const QString& name)
 {
     static QTemporaryDir dir;
     static QMap<QString, QByteArray> made;
-    static const QMap<QString, QString> devices{{"pcl", "ljet4"},
-                                                {"pxl", "pxlmono"},
-                                                {"pwg", "pwgraster"},
-                                                {"urf", "urf"},
-                                                {"xps", "xpswrite"}};
+    static const QMap<QString, QString> devices{{"pcl", "ljet4"},     {"pxl", "pxlmono"},
+                                                {"pwg", "pwgraster"}, {"urf", "urf"},
+                                                {"xps", "xpswrite"},  {"png", "png16m"}};
     if (made.contains(name))
         return made[name];
+    if (name == "pwg-cut") // a raster stream that ends inside its first page
+        return made[name] = sample("pwg").left(2000);
     QByteArray& bytes = made[name];
     if (devices.contains(name)) {
         writeFile(dir.filePath("in.ps"), makePsJob(2));
@@ -191,6 +192,15 @@ private slots:
                 "ADDR: PostScript, 2 pages, partial \\(FAILED\\) -> File_\\S+_001\\.jpg, "
                 "File_\\S+_002\\.jpg$",
                 "partial +PostScript +2 ");
+            // Images, raster streams and XPS become the chosen output like any job.
+            for (const char* raster : {"pwg", "urf", "xps"})
+                row(raster, "pdf", {".pdf"}, ", 2 pages -> File_",
+                    "ADDR: [^,]+, 2 pages -> File_\\S+\\.pdf$", "done +[^ ].* +2 ");
+            row("png", "tiff", {".tif"}, "PNG, 1 page -> File_",
+                "ADDR: PNG, 1 page -> File_\\S+\\.tif$", "done +PNG +1 ");
+            row("pwg-cut", "pdf", {".pwg"}, " is PWG raster, which cannot be read (",
+                "ADDR: PWG raster, kept unconverted \\(.+\\) -> File_\\S+\\.pwg$",
+                "kept unconverted +PWG raster ");
             // Titles and users: PJL (UTF-8, Latin-1), then the PDF Info dictionary (UTF-16).
             for (const char* pjl : {"pjl-utf8", "pjl-latin1"})
                 row(pjl, "pdf", {".pdf"}, "Job \"Relev\u00e9 trimestriel\" from alice",
@@ -236,7 +246,7 @@ private slots:
         QCOMPARE(files.size(), kept.size());
         for (int i = 0; i < files.size(); ++i)
             QVERIFY2(files[i].endsWith(kept[i]), qPrintable(files.join(' ')));
-        if (kept.size() == 1 && QStringList{".pcl", ".pxl", ".bin"}.contains(kept[0]))
+        if (kept.size() == 1 && QStringList{".pcl", ".pxl", ".bin", ".pwg"}.contains(kept[0]))
             QCOMPARE(readFile(q.jobFolder() + "/" + files[0]), bytes);
         const QDir failed(q.jobFolder() + "/failed");
         if (sample == "fails" && queue) // the spooled bytes, as they came
@@ -259,6 +269,25 @@ private slots:
         const QStringList rows = QString::fromUtf8(list.readAllStandardOutput()).split('\n');
         QCOMPARE(rows.size(), 3); // the header, the job, the end
         QVERIFY2(rows[1].contains(QRegularExpression(history)), qPrintable(rows.join('\n')));
+    }
+
+    void historyKeepsDaysAndRows()
+    {
+        TestServer s; // settings of its own
+        s.put("HistoryDays", "90");
+        s.put("HistoryMax", "3");
+        const QDateTime now = QDateTime::currentDateTime();
+        for (int i = 1; i <= 5; ++i) {
+            JobRecord r;
+            r.name = "File_" + QString::number(i);
+            r.finished = i == 5 ? now.addDays(-91) : now; // the last one is past its days
+            QVERIFY(JobHistory::add(r));
+        }
+        const QString table = JobHistory::table();
+        // 1 went past the most rows, 5 past the days.
+        QVERIFY2(table.count("File_") == 3 && table.contains("File_2") &&
+                     table.contains("File_4") && !table.contains("File_5"),
+                 qPrintable(table));
     }
 
     // The whole Ghostscript line per output: Ghostscript itself takes a wrong device or flag.
