@@ -15,6 +15,7 @@
 #include <QThread>
 #include <QTimer>
 #include <QtEndian>
+#include <cctype>
 #include <memory>
 #include <utility>
 
@@ -83,10 +84,19 @@ QString GhostscriptErrorLine(const QByteArray& printed)
 
 namespace
 {
+// "/Type /Page" entries, not "/Pages": a byte scan, a PDF can be large.
 int countPages(const QByteArray& pdf)
 {
-    static const QRegularExpression page(QStringLiteral("/Type\\s*/Page(?![a-zA-Z])"));
-    return int(QString::fromLatin1(pdf).count(page));
+    int pages = 0;
+    for (qsizetype at = 0; (at = pdf.indexOf("/Type", at)) >= 0;) {
+        at += 5;
+        while (at < pdf.size() && (pdf[at] == ' ' || pdf[at] == '\r' || pdf[at] == '\n'))
+            ++at;
+        if (pdf.mid(at, 5) == "/Page" &&
+            (at + 5 >= pdf.size() || !std::isalpha(uchar(pdf[at + 5]))))
+            ++pages;
+    }
+    return pages;
 }
 } // namespace
 
@@ -106,11 +116,11 @@ int PdfPagesMade(const QString& path)
     if (pages != 1)
         return pages;
     // The stub's one content stream draws nothing: "q 0.1 0 0 0.1 0 0 cm Q".
-    static const QRegularExpression flate(QStringLiteral("/FlateDecode>>\\s*stream\r?\n"));
-    const QRegularExpressionMatch m = flate.match(QString::fromLatin1(pdf));
-    if (!m.hasMatch())
+    const qsizetype flate = pdf.indexOf("/FlateDecode");
+    const qsizetype stream = flate < 0 ? -1 : pdf.indexOf("stream\n", flate);
+    if (stream < 0)
         return pages;
-    const qsizetype from = m.capturedEnd(), to = pdf.indexOf("endstream", from);
+    const qsizetype from = stream + 7, to = pdf.indexOf("endstream", from);
     QByteArray sized(4, '\0');
     qToBigEndian<quint32>(1 << 16, sized.data()); // qUncompress's size hint
     const QByteArray content = qUncompress(sized + pdf.mid(from, to - from));

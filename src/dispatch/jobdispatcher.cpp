@@ -122,13 +122,12 @@ QString JobDispatcher::keepPartial(const Job& job, JobOutcome& outcome) const
         const QString to = out.left(out.size() - 4) + QStringLiteral("_partial") + extension;
         QFile::remove(to);
         outcome.pages = pages;
-        if (QFile::rename(out, to))
-            outcome.status = JobOutcome::Status::Partial,
-            outcome.outputs << QFileInfo(to).fileName();
-        else
+        if (!QFile::rename(out, to))
             return QStringLiteral("the %1 pages made before the error cannot be kept (%2)")
                 .arg(pages)
                 .arg(QDir::toNativeSeparators(to));
+        outcome.status = JobOutcome::Status::Partial;
+        outcome.outputs << QFileInfo(to).fileName();
         return QStringLiteral("the %1 pages made before the error are kept as %2")
             .arg(pages)
             .arg(QDir::toNativeSeparators(to));

@@ -126,7 +126,7 @@ private slots:
             uel + "\x1B"
                   "E\x1B&l0O",
             "PCL 5");
-        row("zip, not XPS", QByteArray("PK\x03\x04 readme.txt", 17), "an unknown language");
+        row("zip, not XPS", QByteArray("PK\x03\x04 readme.txt"), "an unknown language");
         row("TIFF, big-endian", QByteArray("MM\0*\0\0\0\x08", 8), "TIFF");
         row("MM alone", "MM!*", "an unknown language");
         row("nothing but PJL", uel + "@PJL JOB", "an unknown language");
