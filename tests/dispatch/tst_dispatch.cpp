@@ -192,6 +192,10 @@ private slots:
                 "ADDR: PostScript, 2 pages, partial \\(FAILED\\) -> File_\\S+_001\\.jpg, "
                 "File_\\S+_002\\.jpg$",
                 "partial +PostScript +2 ");
+            row("fails", "cups-pdf", {".ps"},
+                "; it failed at page 3 (the pages before it were printed)",
+                "ADDR: PostScript, 2 pages, partial \\(FAILED\\) -> printer \"QuorvelPDF\"$",
+                "partial +PostScript +2 ");
             // Images, raster streams and XPS become the chosen output like any job.
             for (const char* raster : {"pwg", "urf", "xps"})
                 row(raster, "pdf", {".pdf"}, ", 2 pages -> File_",
@@ -224,10 +228,11 @@ private slots:
         QVERIFY(!bytes.isEmpty());
         HeadlessQuorvel q;
         QStringList args{"--output", output};
-        if (output == "raw" || output == "reject")
-            args =
-                QStringList{"--output", "print", "--printer",
-                            m_cups.value(output == "raw" ? "CUPS_RAW_QUEUE" : "CUPS_REJECT_QUEUE")};
+        const QMap<QString, const char*> queues{{"raw", "CUPS_RAW_QUEUE"},
+                                                {"reject", "CUPS_REJECT_QUEUE"},
+                                                {"cups-pdf", "CUPS_PDF_QUEUE"}};
+        if (queues.contains(output))
+            args = QStringList{"--output", "print", "--printer", m_cups.value(queues[output])};
         if (queue)
             args << "--job-queue";
         // The raw queue's printer: an AppSocket port whose every byte is kept.
@@ -252,7 +257,8 @@ private slots:
         if (sample == "fails" && queue) // the spooled bytes, as they came
             QCOMPARE(readFile(failed.filePath(failed.entryList(QDir::Files).value(0))), bytes);
         QTest::qWait(output == "raw" && kept.size() ? 3000 : 0); // what a printer would get
-        QTRY_COMPARE_WITH_TIMEOUT(printed, kept.isEmpty() ? bytes : QByteArray(), 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(printed, output == "raw" && kept.isEmpty() ? bytes : QByteArray(),
+                                  30000);
         // One line for the job, one history row.
         const QRegularExpression jobLine(
             QString(" Job .* from " + line)
