@@ -60,21 +60,29 @@ JobOutcome JobDispatcher::complete(const Job& job, const std::shared_ptr<const G
     const auto failed = [&] { return run && run->ended && !run->failure.isEmpty(); };
     // A file Ghostscript closed before an error is not the job yet: the exit decides.
     const auto ended = [&] { return !run || run->ended; };
+    // A good run's output gone since (its folder removed): no wait can end then.
+    bool lost = false;
+    const auto stop = [&] {
+        lost = run && run->ended && run->failure.isEmpty() && !QFileInfo::exists(job.outputPath);
+        return failed() || lost;
+    };
     Steps step;
     switch (job.choice.action) {
     case Action::Print:
-        outcome.pages = print(job, ended, failed);
+        outcome.pages = print(job, ended, stop);
         outcome.outputs << QStringLiteral("printer \"%1\"").arg(m_host.printer);
         break;
     case Action::Pdf:
         // A missing file counts as locked too: this waits for the whole PDF.
-        waitUntil([&] { return (ended() && !IsFileLocked(job.outputPath)) || failed(); });
+        waitUntil([&] { return (ended() && !IsFileLocked(job.outputPath)) || stop(); });
+        if (stop())
+            break;
         outcome.pages = PdfPageCount(job.outputPath);
         outcome.outputs << QFileInfo(job.outputPath).fileName();
         break;
     case Action::Image:
-        waitUntil([&] { return (ended() && TiffLoad(image, job.outputPath)) || failed(); });
-        if (failed())
+        waitUntil([&] { return (ended() && TiffLoad(image, job.outputPath)) || stop(); });
+        if (stop())
             break;
         outcome.pages = image.FrameCount();
         if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
@@ -88,7 +96,11 @@ JobOutcome JobDispatcher::complete(const Job& job, const std::shared_ptr<const G
     default:
         break;
     }
-    if (failed()) {
+    if (lost && !failed()) {
+        m_host.log(QStringLiteral("Job %1 is lost: its output %2 was removed")
+                       .arg(job.baseName, QDir::toNativeSeparators(job.outputPath)));
+        outcome = {JobOutcome::Status::Failed, QStringLiteral("its output was removed"), {}, -1};
+    } else if (failed()) {
         outcome.reason = run->failure;
         m_host.log(QStringLiteral("Job %1 failed: %2; %3; its PostScript is kept as %4")
                        .arg(job.baseName, run->failure, keepPartial(job, outcome),
@@ -220,16 +232,17 @@ int JobDispatcher::print(const Job& job, const std::function<bool()>& ended,
     const QString previous = CurrentPrinter::DeviceName();
     CurrentPrinter::SelectByName(m_host.printer);
     WaitForFileCreated(job.outputPath, failed);
-    waitUntil([&] { return ended(); });
+    waitUntil([&] { return ended() || failed(); });
+    const bool made = !failed(); // a failed run's pages are the failure's to print
     int pages = -1;
-    if (!failed()) {
+    if (made) {
         PrintTiffPages(job.outputPath, m_host.log);
         ImageFile image;
         if (image.LoadFile(job.outputPath))
             pages = image.FrameCount();
     }
     CurrentPrinter::SelectByName(previous);
-    if (!failed()) // a failed run's pages are the failure's to print
+    if (made)
         WipeUntilDone(job.outputPath);
     return pages;
 }

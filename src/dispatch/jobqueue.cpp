@@ -243,7 +243,9 @@ void JobQueue::ended(const Job& job, const GsRun& run)
         RunGuarded([&] { left = m_host.dispatcher().keepPartial(job, outcome); });
         return fail(job, run.failure + QStringLiteral("; ") + left, outcome);
     }
-    RunGuarded([&] { outcome = m_host.dispatcher().complete(job); });
+    // The run goes along: an output removed since it ended must not be waited for.
+    RunGuarded(
+        [&] { outcome = m_host.dispatcher().complete(job, std::make_shared<const GsRun>(run)); });
     done(job, outcome);
 }
 
