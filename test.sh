@@ -63,5 +63,5 @@ fuzz_target() {
 }
 export -f fuzz_target
 export fuzz
-printf '%s\n' listing listing_qt http_date resp_headers net_view tray_text job_buffer |
+printf '%s\n' listing listing_qt http_date resp_headers net_view tray_text job_buffer job_language |
     xargs -P 2 -I{} bash -c 'fuzz_target {}'

@@ -10,9 +10,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
+#include <QtEndian>
+#include <cctype>
 #include <memory>
 #include <utility>
 
@@ -50,33 +53,80 @@ QString GhostscriptCommandLine(GsOutput output, const QString& gsPath, const QSt
 
 namespace
 {
-// What Ghostscript prints is kept for the log up to this size: its error
-// report comes first, and a job can print without end.
+// What Ghostscript prints is kept up to this size: its error report comes
+// first, and a job can print without end.
 constexpr qsizetype kKeptOutput = 32 * 1024;
-constexpr int kLoggedLines = 60;
+constexpr qsizetype kErrorLineMax = 200;
 
-void logFailure(const std::function<void(const QString&)>& log, const QString& target, int exitCode,
-                QProcess::ExitStatus status, const QByteArray& printed)
+QString withoutControls(const QString& text)
 {
-    log(status == QProcess::NormalExit
-            ? QStringLiteral("Ghostscript ended with exit code %1 for %2")
-                  .arg(exitCode)
-                  .arg(QDir::toNativeSeparators(target))
-            : QStringLiteral("Ghostscript crashed while making %1")
-                  .arg(QDir::toNativeSeparators(target)));
-    int shown = 0;
-    for (const QByteArray& raw : printed.split('\n')) {
-        const QString line = QString::fromLocal8Bit(raw).trimmed();
-        if (line.isEmpty())
-            continue;
-        if (++shown > kLoggedLines) {
-            log(QStringLiteral("(...)"));
-            break;
-        }
-        log(line);
-    }
+    QString clean;
+    for (const QChar c : text)
+        if (c.category() != QChar::Other_Control && c.category() != QChar::Other_Format)
+            clean += c;
+    return clean.trimmed();
 }
 } // namespace
+
+QString GhostscriptErrorLine(const QByteArray& printed)
+{
+    const QList<QByteArray> lines = printed.split('\n');
+    for (const char* mark : {"Error:", "Unrecoverable error", ""})
+        for (const QByteArray& raw : lines) {
+            const qsizetype at = raw.indexOf(mark);
+            const QString line =
+                at < 0 ? QString() : withoutControls(QString::fromUtf8(raw.mid(at)));
+            if (!line.isEmpty())
+                return line.left(kErrorLineMax);
+        }
+    return QString();
+}
+
+namespace
+{
+// "/Type /Page" entries, not "/Pages": a byte scan, a PDF can be large.
+int countPages(const QByteArray& pdf)
+{
+    int pages = 0;
+    for (qsizetype at = 0; (at = pdf.indexOf("/Type", at)) >= 0;) {
+        at += 5;
+        while (at < pdf.size() && (pdf[at] == ' ' || pdf[at] == '\r' || pdf[at] == '\n'))
+            ++at;
+        if (pdf.mid(at, 5) == "/Page" &&
+            (at + 5 >= pdf.size() || !std::isalpha(uchar(pdf[at + 5]))))
+            ++pages;
+    }
+    return pages;
+}
+} // namespace
+
+int PdfPageCount(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? countPages(f.readAll()) : 0;
+}
+
+int PdfPagesMade(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray pdf = f.readAll();
+    const int pages = countPages(pdf);
+    if (pages != 1)
+        return pages;
+    // The stub's one content stream draws nothing: "q 0.1 0 0 0.1 0 0 cm Q".
+    const qsizetype flate = pdf.indexOf("/FlateDecode");
+    const qsizetype stream = flate < 0 ? -1 : pdf.indexOf("stream\n", flate);
+    if (stream < 0)
+        return pages;
+    const qsizetype from = stream + 7, to = pdf.indexOf("endstream", from);
+    QByteArray sized(4, '\0');
+    qToBigEndian<quint32>(1 << 16, sized.data()); // qUncompress's size hint
+    const QByteArray content = qUncompress(sized + pdf.mid(from, to - from));
+    static const QRegularExpression drawsNothing(QStringLiteral("^[\\sqQ0-9.cm-]*$"));
+    return drawsNothing.match(QString::fromLatin1(content)).hasMatch() ? 0 : pages;
+}
 
 namespace
 {
@@ -97,6 +147,13 @@ QString failureOf(const GsRun& run, const GsLimits& limits, bool timedOut, int e
                                    : QStringLiteral("it ran out of memory");
     if (status != QProcess::NormalExit)
         return QStringLiteral("Ghostscript crashed");
+    if (exitCode != 0) {
+        const QString line = GhostscriptErrorLine(printed);
+        return line.isEmpty() ? QStringLiteral("Ghostscript ended with exit code %1").arg(exitCode)
+                              : QStringLiteral("Ghostscript ended with exit code %1: \"%2\"")
+                                    .arg(exitCode)
+                                    .arg(line);
+    }
     if (QFileInfo(run.outputPath).size() <= 0)
         return QStringLiteral("Ghostscript ended without making %1")
             .arg(QDir::toNativeSeparators(run.outputPath));
@@ -167,12 +224,11 @@ std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const 
         [log, gs, printed, tmp, state, limits, timedOut, done](int exitCode,
                                                                QProcess::ExitStatus status) {
             printed->append(gs->readAllStandardOutput().left(kKeptOutput - printed->size()));
-            if (status != QProcess::NormalExit || exitCode != 0)
-                logFailure(log, state->outputPath, exitCode, status, *printed);
             state->failure = failureOf(*state, limits, *timedOut, exitCode, status, *printed);
             state->ended = true;
             if (!state->failure.isEmpty())
-                log(QStringLiteral("Ghostscript on job %1: %2").arg(state->job, state->failure));
+                log(QStringLiteral("Ghostscript failed on job %1: %2")
+                        .arg(state->job, state->failure));
             gs->deleteLater();
             tmp->remove();
             if (done)
@@ -227,7 +283,8 @@ void GhostscriptVersionProbe::answer()
         return; // answered already
     QProcess* gs = std::exchange(m_process, nullptr);
     const bool answered = gs->state() == QProcess::NotRunning &&
-                          gs->exitStatus() == QProcess::NormalExit && gs->error() != QProcess::FailedToStart;
+                          gs->exitStatus() == QProcess::NormalExit &&
+                          gs->error() != QProcess::FailedToStart;
     const QString version =
         answered ? QString::fromLatin1(gs->readAllStandardOutput()).trimmed() : QString();
     gs->disconnect();

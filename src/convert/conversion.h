@@ -36,9 +36,19 @@ struct GsRun {
     QString failure; // once ended: why the output is missing or cannot count, else empty
 };
 
+// Ghostscript's first error line in what it printed, without control bytes:
+// the line the log quotes instead of its stack dump.
+QString GhostscriptErrorLine(const QByteArray& printed);
+
+// The pages of a PDF that pdfwrite left, 0 for its blank stub of a job that
+// made no page (or for a file that is no PDF).
+int PdfPagesMade(const QString& path);
+// The pages of a PDF that pdfwrite wrote.
+int PdfPageCount(const QString& path);
+
 // Starts the command line without waiting for it, under limits. A run that
-// fails puts its exit code and what Ghostscript printed into log; one that
-// hits a limit says which, with the job's name. done (optional) is called
+// fails (a non-zero exit included) logs one line with the job's name and
+// why: the limit it hit, or its exit code and first error line. done (optional) is called
 // once it has ended. The run is ended with owner. Raises run-time error 53
 // when Ghostscript cannot start.
 std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const GsRun& run,

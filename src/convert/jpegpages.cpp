@@ -35,7 +35,7 @@ std::future<EncodedJpeg> startEncode(const cDIBSection* dib)
 } // namespace
 
 void SaveJpegPages(ImageFile& image, int frames, const QString& prefix,
-                   const std::function<void(const QString&)>& pageFailed)
+                   const std::function<void(const QString&)>& pageFailed, bool exclusive)
 {
     // Only the encode runs on another thread, at most one page per core;
     // decoding, messages, log lines and files stay here, in page order.
@@ -49,7 +49,8 @@ void SaveJpegPages(ImageFile& image, int frames, const QString& prefix,
         const QString number = QStringLiteral("00") + QString::number(p.number);
         bool saved = false;
         ResumeNext([&] {
-            saved = WriteJPG(p.encoded.get(), prefix + u'_' + number + QStringLiteral(".jpg"));
+            saved = WriteJPG(p.encoded.get(), prefix + u'_' + number + QStringLiteral(".jpg"),
+                             exclusive);
         });
         if (!saved)
             ResumeNext([&] { pageFailed(prefix + number + QStringLiteral(".jpg")); });

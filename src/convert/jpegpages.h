@@ -10,4 +10,4 @@ class ImageFile;
 // not written is named to pageFailed (prefix + "00" + page + ".jpg", as the
 // dispatch's message has always named it) before the next page is written.
 void SaveJpegPages(ImageFile& image, int frames, const QString& prefix,
-                   const std::function<void(const QString&)>& pageFailed);
+                   const std::function<void(const QString&)>& pageFailed, bool exclusive = false);

@@ -2,6 +2,7 @@
 
 #include "common/msgbox.h"
 #include "convert/cdibsection.h"
+#include "platform/safefile.h"
 
 #include <QFile>
 #include <memory>
@@ -49,7 +50,7 @@ EncodedJpeg EncodeJPG(const cDIBSection& image, int quality)
     return out;
 }
 
-bool WriteJPG(const EncodedJpeg& encoded, const QString& fileName)
+bool WriteJPG(const EncodedJpeg& encoded, const QString& fileName, bool exclusive)
 {
     if (encoded.result == EncodedJpeg::Result::InitFailed) {
         // TurboJPEG gives no code when it cannot start; -1 stands for it.
@@ -58,6 +59,14 @@ bool WriteJPG(const EncodedJpeg& encoded, const QString& fileName)
         return false;
     }
     if (encoded.result != EncodedJpeg::Result::Ok) {
+        failed();
+        return false;
+    }
+    if (exclusive) {
+        const std::string_view bytes(encoded.bytes.constData(), std::size_t(encoded.bytes.size()));
+        if (safefile::write(fileName.toStdWString(), {bytes}, safefile::Mode::Exclusive) ==
+            safefile::Result::Written)
+            return true;
         failed();
         return false;
     }
@@ -77,7 +86,7 @@ bool WriteJPG(const EncodedJpeg& encoded, const QString& fileName)
     return true;
 }
 
-bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality)
+bool SaveJPG(const cDIBSection& image, const QString& fileName, int quality, bool exclusive)
 {
-    return WriteJPG(EncodeJPG(image, quality), fileName);
+    return WriteJPG(EncodeJPG(image, quality), fileName, exclusive);
 }

@@ -1,6 +1,7 @@
 #include "dispatch/job.h"
 
 #include "common/paths.h"
+#include "language/jobinfo.h"
 
 Job Job::named(const QString& baseName, const OutputChoice& choice, const QString& folder)
 {
@@ -11,4 +12,14 @@ Job Job::named(const QString& baseName, const OutputChoice& choice, const QStrin
     if (!choice.extension().isEmpty())
         job.outputPath = Paths::join(folder, baseName + choice.extension());
     return job;
+}
+
+void Job::readFrom(QByteArrayView data)
+{
+    const DetectedLanguage detected = DetectJobLanguage(data);
+    language = detected.language;
+    const JobInfo info = ReadJobInfo(data, detected);
+    title = info.title;
+    user = info.user;
+    bytes = data.size();
 }

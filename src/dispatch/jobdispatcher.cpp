@@ -11,6 +11,7 @@
 #include "convert/jpegwriter.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobfiles.h"
+#include "platform/printertools.h"
 #include "platform/safefile.h"
 
 #include <QDir>
@@ -50,63 +51,204 @@ std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
                             m_host.log, m_host.owner, std::move(done));
 }
 
-void JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
+JobOutcome JobDispatcher::complete(const Job& job, const std::shared_ptr<const GsRun>& run) const
 {
+    JobOutcome outcome;
+    ImageFile image;
     using Action = OutputChoice::Action;
-    // True once the run has ended without usable output, or its output has gone since (its
-    // folder removed): no wait can end then.
-    const auto failed = [&] {
-        return run && run->ended && (!run->failure.isEmpty() || !QFileInfo::exists(job.outputPath));
-    };
-    const auto lost = [&] {
-        if (!failed())
-            return false;
-        m_host.log(QStringLiteral("Job %1 is lost: %2")
-                       .arg(job.baseName, run->failure.isEmpty()
-                                              ? QStringLiteral("its output %1 was removed")
-                                                    .arg(QDir::toNativeSeparators(job.outputPath))
-                                              : run->failure));
-        return true;
+    // True once the run has ended with a failure: its output is not the job.
+    const auto failed = [&] { return run && run->ended && !run->failure.isEmpty(); };
+    // A file Ghostscript closed before an error is not the job yet: the exit decides.
+    const auto ended = [&] { return !run || run->ended; };
+    // A good run's output gone since (its folder removed): no wait can end then.
+    bool lost = false;
+    const auto stop = [&] {
+        lost = run && run->ended && run->failure.isEmpty() && !QFileInfo::exists(job.outputPath);
+        return failed() || lost;
     };
     Steps step;
     switch (job.choice.action) {
     case Action::Print:
-        print(job, failed);
+        outcome.pages = print(job, ended, stop);
+        outcome.outputs << QStringLiteral("printer \"%1\"").arg(m_host.printer);
         break;
     case Action::Pdf:
         // A missing file counts as locked too: this waits for the whole PDF.
-        waitUntil([&] { return !IsFileLocked(job.outputPath) || failed(); });
-        lost();
-        break;
-    case Action::Image: {
-        ImageFile image;
-        waitUntil([&] { return TiffLoad(image, job.outputPath) || failed(); });
-        if (lost())
+        waitUntil([&] { return (ended() && !IsFileLocked(job.outputPath)) || stop(); });
+        if (stop())
             break;
+        outcome.pages = PdfPageCount(job.outputPath);
+        outcome.outputs << QFileInfo(job.outputPath).fileName();
+        break;
+    case Action::Image:
+        waitUntil([&] { return (ended() && TiffLoad(image, job.outputPath)) || stop(); });
+        if (stop())
+            break;
+        outcome.pages = image.FrameCount();
         if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
             exportJpegPages(image, job, step);
             step([&] { WipeUntilDone(job.outputPath); });
+            outcome.outputs = jpegPages(job, outcome.pages);
+        } else {
+            outcome.outputs << QFileInfo(job.outputPath).fileName();
         }
         break;
-    }
     default:
         break;
     }
+    if (lost && !failed()) {
+        // Its PostScript stays: the job can be sent again, or is queued again at the next start.
+        m_host.log(QStringLiteral("Job %1 is lost: its output %2 was removed; its PostScript is "
+                                  "kept as %3")
+                       .arg(job.baseName, QDir::toNativeSeparators(job.outputPath),
+                            QDir::toNativeSeparators(job.psPath)));
+        return {JobOutcome::Status::Failed, QStringLiteral("its output was removed"), {}, -1};
+    }
+    if (failed()) {
+        outcome.reason = run->failure;
+        m_host.log(QStringLiteral("Job %1 failed: %2; %3; its PostScript is kept as %4")
+                       .arg(job.baseName, run->failure, keepPartial(job, outcome),
+                            QDir::toNativeSeparators(job.psPath)));
+        return outcome;
+    }
     step([&] { WipeUntilDone(job.psPath); });
+    return outcome;
 }
 
-void JobDispatcher::print(const Job& job, const std::function<bool()>& failed) const
+QStringList JobDispatcher::jpegPages(const Job& job, int frames) const
+{
+    const QString prefix = job.outputPath.left(job.outputPath.size() - 4);
+    QStringList names;
+    for (int page = 1; page <= qMax(frames, 1); ++page) {
+        const QString name = frames <= 1 ? prefix + QStringLiteral(".jpg")
+                                         : prefix + QStringLiteral("_00%1.jpg").arg(page);
+        if (QFileInfo::exists(name))
+            names << QFileInfo(name).fileName();
+    }
+    return names;
+}
+
+QString JobDispatcher::keepPartial(const Job& job, JobOutcome& outcome) const
+{
+    const QString out = job.outputPath;
+    outcome.status = JobOutcome::Status::Failed;
+    outcome.outputs.clear();
+    const auto keptAs = [&](const QString& extension, int pages) {
+        // Under a name that says what it is; a file or link in its place goes first.
+        const QString to = out.left(out.size() - 4) + QStringLiteral("_partial") + extension;
+        QFile::remove(to);
+        outcome.pages = pages;
+        if (!QFile::rename(out, to))
+            return QStringLiteral("the %1 pages made before the error cannot be kept (%2)")
+                .arg(pages)
+                .arg(QDir::toNativeSeparators(to));
+        outcome.status = JobOutcome::Status::Partial;
+        outcome.outputs << QFileInfo(to).fileName();
+        return QStringLiteral("the %1 pages made before the error are kept as %2")
+            .arg(pages)
+            .arg(QDir::toNativeSeparators(to));
+    };
+    ImageFile image;
+    const int pages = job.choice.action == OutputChoice::Action::Pdf ? PdfPagesMade(out)
+                      : image.LoadFile(out)                          ? image.FrameCount()
+                                                                     : 0;
+    const QString page = QString::number(pages + 1);
+    if (job.choice.action == OutputChoice::Action::Print) {
+        if (pages > 0) {
+            const QString previous = CurrentPrinter::DeviceName();
+            CurrentPrinter::SelectByName(m_host.printer);
+            PrintTiffPages(out, m_host.log);
+            CurrentPrinter::SelectByName(previous);
+            outcome.status = JobOutcome::Status::Partial;
+            outcome.pages = pages;
+            outcome.outputs << QStringLiteral("printer \"%1\"").arg(m_host.printer);
+        }
+        WipeUntilDone(out);
+        return QStringLiteral("it failed at page %1 (the pages before it were printed)").arg(page);
+    }
+    if (pages == 0) {
+        QFile::remove(out); // nothing made: no stub stands for the job
+        return QStringLiteral("no page was made");
+    }
+    if (job.choice.action == OutputChoice::Action::Pdf)
+        return keptAs(QStringLiteral(".pdf"), pages);
+    if (job.choice.image == OutputChoice::ImageKind::Jpeg) {
+        Steps step;
+        exportJpegPages(image, job, step);
+        WipeUntilDone(out);
+        outcome.status = JobOutcome::Status::Partial;
+        outcome.pages = pages;
+        outcome.outputs = jpegPages(job, pages);
+        return QStringLiteral("it failed at page %1; the pages before it are kept as JPEG files")
+            .arg(page);
+    }
+    return keptAs(QStringLiteral(".tif"), pages);
+}
+
+JobOutcome JobDispatcher::keepUnconverted(const Job& job, const QString& keptPath,
+                                          const QString& unreadable) const
+{
+    JobOutcome outcome{
+        JobOutcome::Status::KeptUnconverted, unreadable, {QFileInfo(keptPath).fileName()}, -1};
+    const QString kept = QDir::toNativeSeparators(keptPath);
+    const QString what =
+        job.language == JobLanguage::Unknown
+            ? QStringLiteral("Job %1 is in no language Quorvel knows").arg(job.baseName)
+            : QStringLiteral("Job %1 is %2").arg(job.baseName, LanguageName(job.language));
+    if (!unreadable.isEmpty()) {
+        m_host.log(QStringLiteral("%1, which cannot be read (%2): kept unconverted as %3")
+                       .arg(what, unreadable, kept));
+        return outcome;
+    }
+    if (job.choice.action != OutputChoice::Action::Print) {
+        m_host.log((job.language == JobLanguage::Unknown
+                        ? QStringLiteral("%1: kept unconverted as %2")
+                        : QStringLiteral("%1, which is not converted here: kept unconverted as %2"))
+                       .arg(what, kept));
+        return outcome;
+    }
+    if (!IsPrinterLanguage(job.language)) {
+        // A printer would print its bytes as garbage.
+        m_host.log(
+            QStringLiteral("%1: not sent to the printer, kept unconverted as %2").arg(what, kept));
+        return outcome;
+    }
+    std::wstring why;
+    if (!PrinterTools::printRaw(m_host.printer.toStdWString(), keptPath.toStdWString(),
+                                (job.title.isEmpty() ? job.baseName : job.title).toStdWString(),
+                                &why)) {
+        outcome.reason = QStringLiteral("the printer refused it: ") + QString::fromStdWString(why);
+        m_host.log(QStringLiteral("%1: the printer \"%2\" refused it (%3); kept unconverted as %4")
+                       .arg(what, m_host.printer, QString::fromStdWString(why), kept));
+        return outcome;
+    }
+    m_host.log(
+        QStringLiteral("%1: sent to the printer \"%2\" as a raw job").arg(what, m_host.printer));
+    WipeUntilDone(keptPath);
+    outcome.status = JobOutcome::Status::Done;
+    outcome.outputs = QStringList{QStringLiteral("printer \"%1\" (raw)").arg(m_host.printer)};
+    return outcome;
+}
+
+int JobDispatcher::print(const Job& job, const std::function<bool()>& ended,
+                         const std::function<bool()>& failed) const
 {
     const QString previous = CurrentPrinter::DeviceName();
     CurrentPrinter::SelectByName(m_host.printer);
     WaitForFileCreated(job.outputPath, failed);
-    if (failed())
-        m_host.log(
-            QStringLiteral("Print job %1 is lost: Ghostscript made no pages").arg(job.baseName));
-    else
+    waitUntil([&] { return ended() || failed(); });
+    const bool made = !failed(); // a failed run's pages are the failure's to print
+    int pages = -1;
+    if (made) {
         PrintTiffPages(job.outputPath, m_host.log);
+        ImageFile image;
+        if (image.LoadFile(job.outputPath))
+            pages = image.FrameCount();
+    }
     CurrentPrinter::SelectByName(previous);
-    WipeUntilDone(job.outputPath);
+    if (made)
+        WipeUntilDone(job.outputPath);
+    return pages;
 }
 
 void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& step) const
@@ -122,11 +264,11 @@ void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& ste
     if (frames <= 1) {
         cDIBSection dib;
         dib.CreateFromPicture(image.Picture());
-        if (!SaveJPG(dib, prefix + QStringLiteral(".jpg"), 95))
+        if (!SaveJPG(dib, prefix + QStringLiteral(".jpg"), 95, job.exclusive))
             failed(prefix + QStringLiteral(".jpg"));
         return;
     }
     // From the first page on, a failing step is passed over to the end of the dispatch.
     step.skipErrors = true;
-    SaveJpegPages(image, frames, prefix, failed);
+    SaveJpegPages(image, frames, prefix, failed, job.exclusive);
 }

@@ -39,10 +39,26 @@ public:
     // Waits for Ghostscript's output, carries out the choice, wipes what the
     // choice does not keep; the .ps file always. Given the run, a run that
     // ends without its output ends the wait too (the job is lost; logged).
-    void complete(const Job& job, const std::shared_ptr<const GsRun>& run = {}) const;
+    // A run that fails keeps what it made (keepPartial) and the .ps, logged.
+    JobOutcome complete(const Job& job, const std::shared_ptr<const GsRun>& run = {}) const;
+    // After a failed run: the pages made before the error stay as
+    // *_partial.pdf / *_partial.tif, or as JPEG pages, or are printed; a
+    // stub with no page is removed. Says what was done, for the log.
+    QString keepPartial(const Job& job, JobOutcome& outcome) const;
+
+    // A job whose language is not converted here, its bytes kept as they
+    // came at keptPath: with Print, PCL and PCL XL go to the printer as a
+    // raw job and are wiped once it took them; the rest stays, logged.
+    // unreadable: why a job in a language converted here could not be read.
+    JobOutcome keepUnconverted(const Job& job, const QString& keptPath,
+                               const QString& unreadable = {}) const;
 
 private:
-    void print(const Job& job, const std::function<bool()>& failed) const;
+    // The pages printed; -1 when the run failed.
+    int print(const Job& job, const std::function<bool()>& ended,
+              const std::function<bool()>& failed) const;
+    // The JPEG pages made of the job's TIFF, by name.
+    QStringList jpegPages(const Job& job, int frames) const;
     void exportJpegPages(ImageFile& image, const Job& job, Steps& step) const;
 
     Host m_host;

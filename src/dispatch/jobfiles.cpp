@@ -67,7 +67,7 @@ bool EnsureFolder(const QString& folder)
     return made;
 }
 
-void SaveJobFile(const QString& path, const QByteArray& bytes)
+void SaveJobFile(const QString& path, QByteArrayView bytes, bool lineEnd)
 {
     EnsureFolder(QFileInfo(path).absolutePath());
     if (safefile::isLink(path.toStdWString()))
@@ -75,8 +75,8 @@ void SaveJobFile(const QString& path, const QByteArray& bytes)
                                  "in its place")
                       .arg(QDir::toNativeSeparators(path)));
     QString why;
-    switch (
-        WriteNoFollow(path, {bytes, QByteArrayView(kLineEnd)}, safefile::Mode::Replace, &why)) {
+    switch (WriteNoFollow(path, {bytes, QByteArrayView(lineEnd ? kLineEnd : "")},
+                          safefile::Mode::Replace, &why)) {
     case safefile::Result::Written:
         return;
     case safefile::Result::Taken:
@@ -92,9 +92,13 @@ void SaveJobFile(const QString& path, const QByteArray& bytes)
 QString FreeJobName(const QString& folder, const QString& baseName)
 {
     // Every name a job's files can take, JPEG pages included.
-    static const QStringList kEndings{QStringLiteral(".ps"), QStringLiteral(".pdf"),
-                                      QStringLiteral(".tif"), QStringLiteral(".jpg"),
-                                      QStringLiteral("_001.jpg")};
+    static const QStringList kEndings{
+        QStringLiteral(".ps"),          QStringLiteral(".pdf"),     QStringLiteral(".tif"),
+        QStringLiteral(".jpg"),         QStringLiteral("_001.jpg"), QStringLiteral("_partial.pdf"),
+        QStringLiteral("_partial.tif"), QStringLiteral(".pcl"),     QStringLiteral(".pxl"),
+        QStringLiteral(".bin"),         QStringLiteral(".xps"),     QStringLiteral(".jpeg"),
+        QStringLiteral(".png"),         QStringLiteral(".tiff"),    QStringLiteral(".pwg"),
+        QStringLiteral(".urf")};
     for (int n = 1;; ++n) {
         const QString name = n == 1 ? baseName : baseName + u'_' + QString::number(n);
         if (std::none_of(kEndings.begin(), kEndings.end(), [&](const QString& e) {
@@ -102,6 +106,20 @@ QString FreeJobName(const QString& folder, const QString& baseName)
             }))
             return name;
     }
+}
+
+QString MoveJobFile(const QString& from, const QString& folder, const QString& baseName,
+                    const QString& extension)
+{
+    // A rename never replaces here: a name taken meanwhile (a link too) makes the next one.
+    for (int tries = 0; tries < 100; ++tries) {
+        const QString to = Paths::join(folder, FreeJobName(folder, baseName) + extension);
+        if (QFile::rename(from, to))
+            return to;
+        if (!QFileInfo::exists(from) || !EnsureFolder(folder))
+            break;
+    }
+    return QString();
 }
 
 safefile::Result WriteNoFollow(const QString& path, std::initializer_list<QByteArrayView> pieces,

@@ -26,7 +26,13 @@ void WipeUntilDone(const QString& path);
 // statement, never through a symbolic link (one found there is removed and
 // logged); a missing job folder is made again first. Raises run-time error
 // 76 when the file cannot be made, 70 when it cannot be written whole.
-void SaveJobFile(const QString& path, const QByteArray& bytes);
+// lineEnd false: the bytes alone (a job kept as it came).
+void SaveJobFile(const QString& path, QByteArrayView bytes, bool lineEnd = true);
+
+// Moves a spooled job to the job folder as baseName + extension, under the
+// first name no job has taken; returns the new path, empty when it cannot.
+QString MoveJobFile(const QString& from, const QString& folder, const QString& baseName,
+                    const QString& extension);
 
 // Makes the folder again when it is gone, and logs it; false when it cannot be made.
 bool EnsureFolder(const QString& folder);

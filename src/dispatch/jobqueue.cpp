@@ -2,6 +2,7 @@
 
 #include "common/paths.h"
 #include "common/runtimeerror.h"
+#include "convert/pageimages.h"
 #include "dispatch/jobfiles.h"
 #include "platform/safefile.h"
 
@@ -14,7 +15,21 @@
 namespace
 {
 constexpr int kRetryMs = 1000; // while the job folder cannot be written
+
+// Language, title and user of a spooled job.
+void readSpooled(Job& job, const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly) || f.size() == 0)
+        return job.readFrom({});
+    // Mapped, not read: a job can be as large as memory.
+    if (const uchar* data = f.map(0, f.size()))
+        job.readFrom(QByteArrayView(data, f.size()));
+    else
+        job.readFrom(f.read(1 << 20));
+    job.bytes = f.size();
 }
+} // namespace
 
 JobQueue::JobQueue(const QString& jobFolder, Host host, QObject* parent)
     : QObject(parent), m_folder(jobFolder), m_host(std::move(host))
@@ -70,7 +85,7 @@ void JobQueue::stall(const QString& why)
 
 bool JobQueue::add(QByteArrayView bytes, const QString& from)
 {
-    Entry entry{QString(), QByteArray(), from};
+    Entry entry{QString(), QByteArray(), from, QDateTime::currentDateTime()};
     const bool spooled = spool(entry, bytes);
     if (!spooled)
         entry.bytes = bytes.toByteArray();
@@ -85,7 +100,8 @@ int JobQueue::resume()
     const QStringList names =
         QDir(spoolFolder()).entryList({QStringLiteral("*.ps")}, QDir::Files, QDir::Name);
     for (const QString& name : names)
-        m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool")});
+        m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool"),
+                          QFileInfo(Paths::join(spoolFolder(), name)).lastModified()});
     if (!names.isEmpty())
         m_host.log(
             QStringLiteral("%1 spooled jobs from an earlier run are queued").arg(names.size()));
@@ -115,9 +131,25 @@ void JobQueue::next()
     }
     const JobDispatcher road = m_host.dispatcher();
     const OutputChoice choice = m_host.choice();
-    Job job;
+    Job about = Job::named(jobBaseName(), choice, m_folder);
+    about.client = entry.from;
+    about.exclusive = true;
+    about.received = entry.received;
+    readSpooled(about, entry.spoolPath);
+    QString unreadable;
+    if (choice.action != OutputChoice::Action::Cloud && NeedsPdfFirst(about.language))
+        unreadable = spoolAsPdf(entry, about.language);
+    if (choice.action != OutputChoice::Action::Cloud &&
+        (!IsConverted(about.language) || !unreadable.isEmpty())) {
+        if (!keepUnconverted(entry, about, unreadable))
+            schedule(kRetryMs);
+        return;
+    }
+    Job job = about;
     for (;;) {
-        job = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
+        const Job named = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
+        job.baseName = named.baseName;
+        job.outputPath = named.outputPath;
         job.psPath = entry.spoolPath;
         if (job.outputPath.isEmpty())
             break;
@@ -145,13 +177,14 @@ void JobQueue::next()
             return fail(job, f.errorString());
         m_host.upload(job, f.readAll());
         WipeFile(job.psPath);
-        return done();
+        return done(
+            job, {JobOutcome::Status::Done, QString(), {QStringLiteral("the cloud printer")}, -1});
     }
     const QString line = road.commandLine(job);
     m_host.shown(job, line);
     if (line.isEmpty()) {
         WipeFile(job.psPath);
-        return done();
+        return done(job, {});
     }
     try {
         road.convert(job, [this, job](const GsRun& run) {
@@ -163,19 +196,65 @@ void JobQueue::next()
     }
 }
 
-void JobQueue::ended(const Job& job, const GsRun& run)
+QString JobQueue::spoolAsPdf(Entry& entry, JobLanguage language)
 {
-    if (!run.failure.isEmpty())
-        return fail(job, run.failure);
-    // The run goes along: an output removed since it ended must not be waited for.
-    RunGuarded([&] { m_host.dispatcher().complete(job, std::make_shared<const GsRun>(run)); });
-    done();
+    QFile f(entry.spoolPath);
+    if (!f.open(QIODevice::ReadOnly))
+        return f.errorString();
+    QString why;
+    const QByteArray pdf = PagesAsPdf(f.readAll(), language, &why);
+    if (pdf.isEmpty())
+        return why;
+    // The PDF takes the job's place in the spool, in its turn.
+    const QString path = entry.spoolPath.chopped(3) + QStringLiteral("-pdf.ps");
+    if (WriteNoFollow(path, {pdf}, safefile::Mode::Exclusive, &why) != safefile::Result::Written)
+        return QStringLiteral("its PDF cannot be spooled (%1)").arg(why);
+    WipeFile(entry.spoolPath);
+    entry.spoolPath = path;
+    return QString();
 }
 
-void JobQueue::fail(const Job& job, const QString& why)
+bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unreadable)
 {
-    if (!job.outputPath.isEmpty())
-        QFile::remove(job.outputPath); // made for this job only: no half output stays
+    // The spooled bytes are the job as it came: moved, never rewritten.
+    const QString kept =
+        MoveJobFile(entry.spoolPath, m_folder, job.baseName, KeptExtension(job.language));
+    if (kept.isEmpty()) {
+        stall(QStringLiteral("%1 cannot be moved there")
+                  .arg(QDir::toNativeSeparators(entry.spoolPath)));
+        return false;
+    }
+    m_stalled = false;
+    job.baseName = QFileInfo(kept).completeBaseName();
+    job.psPath.clear();
+    job.outputPath.clear();
+    m_busy = true;
+    m_host.shown(job, QString());
+    JobOutcome outcome{
+        JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(kept).fileName()}, -1};
+    RunGuarded([&] { outcome = m_host.dispatcher().keepUnconverted(job, kept, unreadable); });
+    done(job, outcome);
+    return true;
+}
+
+void JobQueue::ended(const Job& job, const GsRun& run)
+{
+    JobOutcome outcome;
+    if (!run.failure.isEmpty()) {
+        QString left;
+        RunGuarded([&] { left = m_host.dispatcher().keepPartial(job, outcome); });
+        return fail(job, run.failure + QStringLiteral("; ") + left, outcome);
+    }
+    // The run goes along: an output removed since it ended must not be waited for.
+    RunGuarded(
+        [&] { outcome = m_host.dispatcher().complete(job, std::make_shared<const GsRun>(run)); });
+    done(job, outcome);
+}
+
+void JobQueue::fail(const Job& job, const QString& why, JobOutcome outcome)
+{
+    if (!job.outputPath.isEmpty() && QFileInfo(job.outputPath).size() == 0)
+        QFile::remove(job.outputPath); // the name taken for this job, never written
     QString kept = QStringLiteral("(it could not be kept: the folder cannot be made)");
     if (EnsureFolder(failedFolder())) {
         const QString target = Paths::join(
@@ -187,11 +266,15 @@ void JobQueue::fail(const Job& job, const QString& why)
                          .arg(QDir::toNativeSeparators(job.psPath));
     }
     m_host.log(QStringLiteral("Job %1 failed: %2; %3").arg(job.baseName, why, kept));
-    done();
+    if (outcome.reason.isEmpty())
+        outcome.reason = why.section(QStringLiteral("; "), 0, 0);
+    done(job, outcome);
 }
 
-void JobQueue::done()
+void JobQueue::done(const Job& job, const JobOutcome& outcome)
 {
+    if (m_host.ended)
+        m_host.ended(job, outcome);
     m_jobs.pop_front();
     m_busy = false;
     schedule();

@@ -3,6 +3,7 @@
 #include "dispatch/jobdispatcher.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QObject>
 #include <QString>
 #include <deque>
@@ -23,6 +24,7 @@ public:
         std::function<void(const QString&)> log;
         std::function<void(const Job&, const QByteArray&)> upload; // the cloud branch
         std::function<void(const Job&, const QString&)> shown;     // the job and its command line
+        std::function<void(const Job&, const JobOutcome&)> ended;  // every job, once
     };
     JobQueue(const QString& jobFolder, Host host, QObject* parent = nullptr);
 
@@ -41,14 +43,19 @@ private:
         QString spoolPath;
         QByteArray bytes; // only while the spool folder cannot be written
         QString from;
+        QDateTime received;
     };
     bool spool(Entry& entry, QByteArrayView bytes);
     void stall(const QString& why);
+    bool keepUnconverted(const Entry& entry, Job job, const QString& unreadable);
+    // An image, raster or XPS job becomes the PDF made of it; why it cannot, else empty.
+    QString spoolAsPdf(Entry& entry, JobLanguage language);
     void schedule(int ms = 0);
     void next();
     void ended(const Job& job, const GsRun& run);
-    void fail(const Job& job, const QString& why);
-    void done();
+    void fail(const Job& job, const QString& why,
+              JobOutcome outcome = {JobOutcome::Status::Failed, {}, {}, -1});
+    void done(const Job& job, const JobOutcome& outcome);
 
     QString m_folder;
     Host m_host;

@@ -24,4 +24,9 @@ std::wstring printerListTarget();
 std::map<std::wstring, bool> offlineStates();
 // False when the queue is known to refuse new jobs (its jobs would be lost).
 bool acceptsJobs(const std::wstring& printerName);
+// Sends the file to the printer as it is, untouched by any filter (a
+// printer language it reads itself). False, with the reason, when the
+// system refuses it.
+bool printRaw(const std::wstring& printerName, const std::wstring& file, const std::wstring& title,
+              std::wstring* why);
 } // namespace PrinterTools

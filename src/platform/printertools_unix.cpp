@@ -115,4 +115,19 @@ bool acceptsJobs(const std::wstring& printerName)
     cupsFreeDests(1, dest);
     return !refuses;
 }
+
+bool printRaw(const std::wstring& printerName, const std::wstring& file, const std::wstring& title,
+              std::wstring* why)
+{
+    // Said outright: CUPS's own typing takes only some PCL for raw.
+    cups_option_t* options = nullptr;
+    const int count = cupsAddOption("raw", "true", 0, &options);
+    const int id = cupsPrintFile2(CUPS_HTTP_DEFAULT, QString::fromStdWString(printerName).toUtf8(),
+                                  QString::fromStdWString(file).toLocal8Bit(),
+                                  QString::fromStdWString(title).toUtf8(), count, options);
+    cupsFreeOptions(count, options);
+    if (id == 0 && why)
+        *why = QString::fromUtf8(cupsLastErrorString()).toStdWString();
+    return id != 0;
+}
 } // namespace PrinterTools

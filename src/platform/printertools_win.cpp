@@ -2,6 +2,7 @@
 // the shell for folders, the spooler for the work-off-line flag.
 #include "platform/printertools.h"
 
+#include <cstdio>
 #include <vector>
 
 // windows.h first: the others build on it.
@@ -88,5 +89,37 @@ std::map<std::wstring, bool> offlineStates()
 bool acceptsJobs(const std::wstring&)
 {
     return true; // the spooler keeps jobs of a paused or off-line printer
+}
+
+bool printRaw(const std::wstring& printerName, const std::wstring& file, const std::wstring& title,
+              std::wstring* why)
+{
+    const auto fail = [why](const wchar_t* what) {
+        if (why)
+            *why = std::wstring(what) + L" (error " + std::to_wstring(GetLastError()) + L")";
+        return false;
+    };
+    FILE* in = _wfopen(file.c_str(), L"rb");
+    if (!in)
+        return fail(L"the file cannot be read");
+    HANDLE printer = nullptr;
+    if (!OpenPrinterW(const_cast<wchar_t*>(printerName.c_str()), &printer, nullptr)) {
+        std::fclose(in);
+        return fail(L"no such printer");
+    }
+    DOC_INFO_1W doc{const_cast<wchar_t*>(title.c_str()), nullptr, const_cast<wchar_t*>(L"RAW")};
+    bool ok = StartDocPrinterW(printer, 1, reinterpret_cast<BYTE*>(&doc)) != 0;
+    if (ok) {
+        std::vector<char> buffer(1 << 16);
+        size_t n = 0;
+        while (ok && (n = std::fread(buffer.data(), 1, buffer.size(), in)) > 0) {
+            DWORD written = 0;
+            ok = WritePrinter(printer, buffer.data(), DWORD(n), &written) && written == n;
+        }
+        ok = EndDocPrinter(printer) && ok;
+    }
+    std::fclose(in);
+    ClosePrinter(printer);
+    return ok || fail(L"the spooler refused the job");
 }
 } // namespace PrinterTools

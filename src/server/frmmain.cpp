@@ -360,7 +360,8 @@ void frmMain::settleJobOptions()
              if (!job.outputPath.isEmpty())
                  TxtPath->setText(job.outputPath);
              Text3->setText(commandLine);
-         }},
+         },
+         [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); }},
         this);
     addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1")
                   .arg(QDir::toNativeSeparators(m_JobQueue->spoolFolder())));

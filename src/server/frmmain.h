@@ -223,6 +223,9 @@ private:
     void addStatus(const QString& text, bool log = true);
     void connectPrinterList(); // frmmain_printers.cpp
     JobDispatcher dispatcher();
+    // Every job's end, in both modes: its line in the log box and its history row.
+    void jobEnded(const Job& job, const JobOutcome& outcome);
+    void lookUpClient(const QString& address);
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
     void registrationEnded(bool found);                         // frmmain_cloud.cpp
@@ -253,9 +256,11 @@ private:
     GsLimits m_GsLimits;
     GhostscriptVersionProbe m_GsVersion; // asked at start-up, awaited by the first dispatch
     bool m_GsNeedsSafer = false;
-    JobQueue* m_JobQueue = nullptr;     // --job-queue
-    bool m_Dispatched = false;          // a job has been named since start-up
-    FrmClSrLst* m_FrmClSrLst = nullptr; // made at the first "Select Cloud Server"
+    JobQueue* m_JobQueue = nullptr;       // --job-queue
+    bool m_Dispatched = false;            // a job has been named since start-up
+    QString m_ClosingClient;              // the connection whose close dispatches the buffer
+    QMap<QString, QString> m_ClientNames; // address -> reverse DNS name, looked up at connect
+    FrmClSrLst* m_FrmClSrLst = nullptr;   // made at the first "Select Cloud Server"
 
     // One fetch of waiting cloud files at a time, from the listing to the last delete.
     struct CloudFetch {

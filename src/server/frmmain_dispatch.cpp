@@ -6,11 +6,17 @@
 #include "convert/conversion.h"
 #include "convert/currentprinter.h"
 #include "convert/imagefile.h"
+#include "convert/pageimages.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
 #include "dispatch/jobqueue.h"
+#include "history/jobhistory.h"
+#include "language/joblanguage.h"
 
+#include <QDir>
+#include <QHostAddress>
+#include <QHostInfo>
 #include <QLineEdit>
 #include <QPointer>
 #include <QRadioButton>
@@ -33,16 +39,80 @@ void frmMain::Command1_Click()
                            .arg(m_FileName));
     m_Dispatched = true;
     DoChangeOption();
-    const Job job = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
+    Job job = Job::named(m_FileName, outputChoice(), Paths::jobFolder());
+    job.client = std::exchange(m_ClosingClient, QString());
+    if (job.client.isEmpty())
+        job.client = QStringLiteral("Save And Print");
+    job.received = QDateTime::currentDateTime();
+    job.readFrom(m_JobBuffer.view());
     if (job.choice.action == OutputChoice::Action::Cloud) {
         sendToCloud(job);
+        jobEnded(job,
+                 {JobOutcome::Status::Done, QString(), {QStringLiteral("the cloud printer")}, -1});
         return;
     }
-    SavePSFile(job, m_JobBuffer);
+    // Images, raster and XPS go on as the PDF made of them.
+    QString unreadable;
+    const QByteArray pdf = NeedsPdfFirst(job.language)
+                               ? PagesAsPdf(m_JobBuffer.view(), job.language, &unreadable)
+                               : QByteArray();
+    if (!IsConverted(job.language) || !unreadable.isEmpty()) {
+        // Never a fake document: the bytes are kept as they came.
+        const QString kept =
+            Paths::join(Paths::jobFolder(), m_FileName + KeptExtension(job.language));
+        const JobDispatcher road = dispatcher();
+        SaveJobFile(kept, m_JobBuffer.view(), false);
+        m_JobBuffer.clear();
+        jobEnded(job, road.keepUnconverted(job, kept, unreadable));
+        return;
+    }
+    SavePSFile(job, pdf.isEmpty() ? QByteArray(m_JobBuffer.view()) : pdf);
     const auto run = DoConvertPs2PdfImage(job);
     m_JobBuffer.clear();
     // Data that arrive from here on make the next job.
-    dispatcher().complete(job, run);
+    jobEnded(job, dispatcher().complete(job, run));
+}
+
+void frmMain::lookUpClient(const QString& address)
+{
+    if (address.isEmpty() || m_ClientNames.contains(address))
+        return;
+    m_ClientNames.insert(address, QString()); // asked once
+    QHostInfo::lookupHost(address, this, [this, address](const QHostInfo& host) {
+        if (host.error() == QHostInfo::NoError && host.hostName() != address)
+            m_ClientNames.insert(address, host.hostName());
+    });
+}
+
+void frmMain::jobEnded(const Job& job, const JobOutcome& outcome)
+{
+    using Status = JobOutcome::Status;
+    JobRecord r;
+    r.name = job.baseName;
+    if (!QHostAddress(job.client).isNull()) {
+        r.clientAddress = job.client;
+        r.clientName = m_ClientNames.value(job.client);
+    } else {
+        r.clientName = job.client; // "Save And Print", the cloud share, the spool
+    }
+    r.language = LanguageName(job.language);
+    r.title = job.title;
+    r.user = job.user;
+    r.pages = outcome.pages;
+    r.bytes = job.bytes;
+    r.received = job.received;
+    r.finished = QDateTime::currentDateTime();
+    r.outputs = outcome.outputs;
+    r.status = outcome.status == Status::Done              ? QStringLiteral("done")
+               : outcome.status == Status::Partial         ? QStringLiteral("partial")
+               : outcome.status == Status::KeptUnconverted ? QStringLiteral("kept unconverted")
+                                                           : QStringLiteral("failed");
+    r.reason = outcome.reason;
+    txtLog->append(r.logLine());
+    QString why;
+    if (!JobHistory::add(r, &why))
+        txtLog->append(QStringLiteral("The job history %1 cannot be written: %2")
+                           .arg(QDir::toNativeSeparators(JobHistory::path()), why));
 }
 
 OutputChoice frmMain::outputChoice() const

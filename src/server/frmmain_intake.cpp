@@ -129,6 +129,7 @@ void frmMain::Socket_ConnectionRequest(int Index, qintptr requestID)
         return;
 
     addStatus(m_StatusText);
+    lookUpClient(remote);
     m_LastRequestId = QString::number(requestID);
     acceptConnection();
 }
@@ -205,8 +206,11 @@ void frmMain::Socket_Close(int Index)
         unloadSocket(Index);
         return;
     }
+    const QString client = socket->RemoteHostIP();
     unloadSocket(Index);
     if (m_JobBuffer.holdsMoreThanBlanks()) {
+        // One buffer may hold several clients' bytes: the job is this connection's.
+        m_ClosingClient = client;
         Command1_Click();
     } else if (!m_JobBuffer.isEmpty() && m_Socket.empty()) {
         // Nothing to print, and no open connection it could be the start of.

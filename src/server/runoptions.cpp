@@ -3,6 +3,7 @@
 #include "common/log.h"
 #include "common/runtimeerror.h"
 #include "common/settings.h"
+#include "history/jobhistory.h"
 #include "server/frmmain.h"
 
 #include <QApplication>
@@ -147,6 +148,9 @@ bool RunOptions::parse(const QStringList& arguments)
         QStringLiteral("job-queue"),
         QStringLiteral("Each connection is a job of its own, spooled at once and converted one "
                        "at a time."));
+    QCommandLineOption historyOpt(
+        QStringLiteral("history"),
+        QStringLiteral("Print the last jobs of the job history as a table, then end."));
     const QCommandLineOption limitOpts[] = {
         {QStringLiteral("gs-cpu-seconds"),
          QStringLiteral("CPU time a Ghostscript run may use (0: no limit)."), QStringLiteral("N")},
@@ -167,7 +171,7 @@ bool RunOptions::parse(const QStringList& arguments)
                         "(0: all passed).")}};
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
                        registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
-                       queueOpt, limitOpts[0], limitOpts[1], limitOpts[2]});
+                       queueOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
     for (const QCommandLineOption& o : cloudOpts)
         parser.addOption(o);
     if (!parser.parse(arguments)) {
@@ -176,6 +180,11 @@ bool RunOptions::parse(const QStringList& arguments)
     }
     if (parser.isSet(QStringLiteral("help"))) {
         std::fprintf(stdout, "%s", qPrintable(parser.helpText()));
+        exitCode = 0;
+        return false;
+    }
+    if (parser.isSet(historyOpt)) {
+        std::fprintf(stdout, "%s", qPrintable(JobHistory::table()));
         exitCode = 0;
         return false;
     }

@@ -1,6 +1,7 @@
 // One libFuzzer entry per parser, picked by FUZZ_<name>; abort() marks a broken promise.
 #include "cloud/thindavapi.h"
 #include "common/runtimeerror.h"
+#include "language/jobinfo.h"
 #include "netscan/netviewparser.h"
 #include "server/jobbuffer.h"
 #include "tray/notifyicondata.h"
@@ -47,6 +48,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         expected += chunk;
     }
     if (buffer.view() == expected && buffer.holdsMoreThanBlanks() != expected.trimmed().isEmpty())
+        return 0;
+#elif defined(FUZZ_job_language)
+    // The data start inside the job; told by its own bytes, they tell the same from there.
+    const DetectedLanguage found = DetectJobLanguage(bytes);
+    const JobInfo info = ReadJobInfo(bytes, found); // titles come out without control characters
+    const auto clean = [](const QString& s) {
+        return std::none_of(s.begin(), s.end(), [](QChar c) { return c.unicode() < 0x20; });
+    };
+    if (clean(info.title) && clean(info.user) && found.start >= 0 && found.start <= bytes.size() &&
+        (found.byPjl || DetectJobLanguage(bytes.mid(found.start)).language == found.language) &&
+        !KeptExtension(found.language).isEmpty())
         return 0;
 #endif
     abort();

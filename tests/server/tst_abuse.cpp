@@ -303,10 +303,28 @@ private slots:
         QVERIFY(q.start({"--gs-wall-seconds", "2"}));
         send(q.port, "%!PS\n{} loop\n");
         QVERIFY(q.waitForLog("ran past its time limit of 2 s", 20000));
-        QVERIFY(q.waitForLog(" is lost: "));
+        QVERIFY(q.waitForLog("no page was made; its PostScript is kept as "));
         send(q.port, page("still answering"));
         QTRY_VERIFY_WITH_TIMEOUT(pdfTexts(q.jobFolder()).contains("still answering"), 30000);
-        QTRY_VERIFY(QDir(q.jobFolder()).entryList({"*.ps"}).isEmpty());
+        QTRY_COMPARE(QDir(q.jobFolder()).entryList({"*.ps"}).size(), 1); // the failed one's
+    }
+
+    void queuedJpegPagesAreNeverWrittenThroughALink()
+    {
+        HeadlessQuorvel q;
+        QVERIFY(q.start({"--job-queue", "--output", "jpeg"}));
+        const QString outside = q.home.filePath("outside");
+        for (int s = 0; s < 40; ++s) // page 2 of any job named in the next 40 s
+            QFile::link(outside,
+                        q.jobFolder() + "/File_" +
+                            QDateTime::currentDateTime().addSecs(s).toString("yyMMdd_hhmmss") +
+                            "_002.jpg");
+        send(q.port, makePsJob(3));
+        QVERIFY(q.waitForLog("Failed to save the picture to the file: '", 60000));
+        QVERIFY(q.waitForLog(" -> File_", 60000)); // the job's line: pages 1 and 3
+        QVERIFY(!QFileInfo::exists(outside));
+        QCOMPARE(QDir(q.jobFolder()).entryList({"*.jpg"}, QDir::Files | QDir::NoSymLinks).size(),
+                 2);
     }
 
     // The version is asked at start-up and answers late here: the first job still waits for it.

@@ -10,11 +10,11 @@ deb=$(echo "$t"/pack/quorvel_*.deb)
 lintian --fail-on error,warning "$deb" 2>/dev/null || fail lintian
 dpkg-deb -x "$deb" "$t/root" && r=$t/root/usr
 for p in ghostscript libqt6core6 libqt6widgets6 libqt6network6 libqt6printsupport6 \
-    libtiff6 libturbojpeg0 libcups2 libqt6keychain1; do
+    libtiff6 libturbojpeg0 libcups2 libqt6keychain1 libqt6sql6-sqlite; do
     dpkg-deb -f "$deb" Depends | grep -qw "$p" || fail "Depends lacks $p"
 done
-[ "$(dpkg-deb -f "$deb" Recommends)" = "smbclient, libsecret-1-0" ] ||
-    fail "Recommends is not smbclient, libsecret-1-0"
+[ "$(dpkg-deb -f "$deb" Recommends)" = "smbclient, libgxps-utils, libsecret-1-0" ] ||
+    fail "Recommends is not smbclient, libgxps-utils, libsecret-1-0"
 for s in 16 32 48 64 128 256; do
     [ "$(identify -format %wx%h "$r/share/icons/hicolor/${s}x$s/apps/quorvel.png")" = "${s}x$s" ] || fail "icon $s"
 done

@@ -58,6 +58,9 @@ for attempt in $(seq 20); do
         lpadmin -p QuorvelPDF -v "cups-pdf:/$TAG" -m lsb/usr/cups-pdf/CUPS-PDF_opt.ppd -E || ok=0
         lpadmin -p QuorvelFile -v "file://$HOME_DIR/file/out.prn" \
             -m drv:///sample.drv/generic.ppd -E || ok=0
+        # A raw queue on an AppSocket (port 9100 style) printer that a test plays.
+        RAWPORT=$((PORT + 1))
+        lpadmin -p QuorvelRaw -v "socket://127.0.0.1:$RAWPORT" -m raw -E || ok=0
         lpadmin -p QuorvelReject -v file:///dev/null -m drv:///sample.drv/generic.ppd -E || ok=0
         cupsreject QuorvelReject || ok=0
         lpadmin -d QuorvelPDF || ok=0
@@ -65,6 +68,7 @@ for attempt in $(seq 20); do
             printf '%s\n' "CUPS_SERVER=$SOCKET" "CUPS_PORT=$PORT" "CUPS_WEB=http://127.0.0.1:$PORT" \
                 CUPS_PDF_QUEUE=QuorvelPDF CUPS_FILE_QUEUE=QuorvelFile \
                 CUPS_REJECT_QUEUE=QuorvelReject "CUPS_PDF_OUT=$HOME_DIR/pdf" \
+                CUPS_RAW_QUEUE=QuorvelRaw "CUPS_RAW_PORT=$RAWPORT" \
                 "CUPS_FILE_OUT=$HOME_DIR/file/out.prn" "CUPS_PDF_CONF=$PDFCONF" "CUPS_PID=$PID" \
                 "CUPS_HOME=$HOME_DIR" >"$ENVFILE"
             echo "CUPS scheduler on $SOCKET and 127.0.0.1:$PORT (pid $PID); PDFs in $HOME_DIR/pdf"
