@@ -4,6 +4,7 @@
 #include "common/log.h"
 #include "common/settings.h"
 
+#include <QFileInfo>
 #include <QScopeGuard>
 #include <cstdio>
 #include <iostream>
@@ -61,10 +62,27 @@ struct Answer {
     QString text;
 };
 
+// No session bus to reach a Secret Service through (a service or a plain ssh login): asking the
+// store would only load its backend and wait for it to give up, at every start.
+bool noSessionBus()
+{
+#ifdef QUORVEL_HAVE_SECRET_SERVICE
+    if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS") ||
+        !qEnvironmentVariableIsEmpty("DISPLAY")) // the bus may be started for the display
+        return false;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    return runtime.isEmpty() || !QFileInfo::exists(runtime + QStringLiteral("/bus"));
+#else
+    return false;
+#endif
+}
+
 // Runs a store job to its end; events run meanwhile (the store may ask the user to unlock it).
 Answer run(QKeychain::Job* job)
 {
     std::unique_ptr<QKeychain::Job> owned(job);
+    if (noSessionBus())
+        return {QKeychain::NoBackendAvailable, QStringLiteral("no session bus"), {}};
     job->setAutoDelete(false);
     job->setKey(accountKey());
     bool done = false;

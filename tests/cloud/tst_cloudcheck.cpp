@@ -188,7 +188,7 @@ private slots:
             << "The cloud password moved from %f into the credential store" << false << "probe";
         QTest::newRow("no session bus")
             << "none" << false << false << true
-            << "No credential store (Cannot autolaunch D-Bus without X11 $DISPLAY): the cloud "
+            << "No credential store (no session bus): the cloud "
                "password stays in plain text in %f, readable by this user only"
             << true << "probe";
         QTest::newRow("locked store")
