@@ -191,6 +191,7 @@ void frmMain::settleCloudFile(const DirEntry& file, bool safe)
                                       "written")
                            .arg(DavDecodedName(file.name)));
 }
+
 void frmMain::sendToCloud(const Job& job)
 {
     // The buffer stays as it is and no local file is made.
