@@ -3,9 +3,7 @@
 #include "common/log.h"
 #include "common/settings.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QSaveFile>
 
 namespace
@@ -21,10 +19,7 @@ QString pathOf(const QString& key)
 } // namespace
 
 CloudFetchRecord::CloudFetchRecord(const QString& path)
-    : m_path(path.isEmpty() ? QFileInfo(SettingsStore::fileName())
-                                  .dir()
-                                  .filePath(QStringLiteral("CloudFetched.txt"))
-                            : path)
+    : m_path(path.isEmpty() ? SettingsStore::besideFile(QStringLiteral("CloudFetched.txt")) : path)
 {
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly))

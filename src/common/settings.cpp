@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
+#include <QStandardPaths>
 #include <memory>
 
 namespace
@@ -80,4 +81,14 @@ void SettingsStore::setFolder(const QString& folder)
 QString SettingsStore::fileName()
 {
     return open()->fileName();
+}
+
+QString SettingsStore::besideFile(const QString& name)
+{
+    QString folder = QFileInfo(fileName()).absolutePath();
+#ifdef Q_OS_WIN
+    if (!fileName().endsWith(QLatin1String(".ini"))) // the registry
+        folder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+#endif
+    return QDir(folder).filePath(name);
 }

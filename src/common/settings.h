@@ -20,4 +20,7 @@ public:
     // An empty folder returns to the default place. QUORVEL_SETTINGS_DIR has the same effect.
     static void setFolder(const QString& folder);
     static QString fileName();
+    // A file of the program's own beside the settings (on Windows, whose settings are in the
+    // registry: in the user's application data folder).
+    static QString besideFile(const QString& name);
 };

@@ -7,7 +7,6 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QStandardPaths>
 #include <QVariant>
 
 namespace
@@ -91,12 +90,7 @@ QString JobRecord::logLine() const
 
 QString JobHistory::path()
 {
-    QString folder = QFileInfo(SettingsStore::fileName()).absolutePath();
-#ifdef Q_OS_WIN
-    if (!SettingsStore::fileName().endsWith(QLatin1String(".ini"))) // the registry
-        folder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
-#endif
-    return QDir(folder).filePath(QStringLiteral("history.sqlite"));
+    return SettingsStore::besideFile(QStringLiteral("history.sqlite"));
 }
 
 bool JobHistory::add(const JobRecord& r, QString* why)

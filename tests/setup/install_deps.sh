@@ -47,12 +47,18 @@ grep -q "need root" "$work/nosudo.out" || fail "nosudo: no clear message"
 run installed 0 no yes 0
 ! grep -q apt-get "$work/installed.log" || fail "installed: apt-get ran with nothing missing"
 
-# The real lists, as the real apt would install them on a machine that has none of them
-# (simulated: nothing changes): a name Debian 12 lacks fails here, not on a fresh machine.
+# The real lists, as the real apt would install them on a machine that has none of them: the
+# simulation reads an empty package status, so every name and every dependency is resolved
+# as on a fresh Debian 12 (nothing changes). A name Debian 12 lacks, or a conflict, fails here.
 if compgen -G "/var/lib/apt/lists/*_Packages*" >/dev/null; then
     pkgs=$(sed 's/#.*//' "$project"/deps/*.txt | tr -s ' \t' '\n' | grep . | sort -u)
-    apt-get install -s -q --no-install-recommends $pkgs >"$work/sim.out" 2>&1 ||
+    : >"$work/status"
+    apt-get install -s -q --no-install-recommends -o Dir::State::status="$work/status" $pkgs \
+        >"$work/sim.out" 2>&1 ||
         { fail "deps/*.txt: apt cannot install them all"; grep -E '^E:' "$work/sim.out"; }
+    for p in $pkgs; do
+        grep -q "^Inst $p " "$work/sim.out" || fail "deps/*.txt: $p would not be installed"
+    done
 else
     echo "apt has no package lists here: the names in deps/ are not checked"
 fi
