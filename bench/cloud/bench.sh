@@ -9,7 +9,7 @@ set -euo pipefail
 build=$1
 bin="$build/src/quorvel"
 probe="$build/bench/dispatch/dispatch_probe"
-runs=${CLOUD_RUNS:-5}
+runs=${CLOUD_RUNS:-9}
 pages=${CLOUD_PAGES:-10}
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/../lib.sh"

@@ -14,8 +14,10 @@
 int main(int argc, char* argv[])
 {
     RunOptions options = RunOptions::fromArguments(argc, argv);
+    // Nothing is drawn headless: the minimal platform skips loading the fonts, a third of the
+    // start-up.
     if (options.headless)
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+        qputenv("QT_QPA_PLATFORM", "minimal");
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quorvel"));
