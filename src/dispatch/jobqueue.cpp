@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTimer>
 
 namespace
@@ -31,9 +32,96 @@ void readSpooled(Job& job, const QString& path)
 }
 } // namespace
 
-JobQueue::JobQueue(const QString& jobFolder, Host host, QObject* parent)
-    : QObject(parent), m_folder(jobFolder), m_host(std::move(host))
+JobQueue::JobQueue(const QString& jobFolder, Host host, int workers, QObject* parent)
+    : QObject(parent), m_folder(jobFolder), m_host(std::move(host)), m_workers(qMax(1, workers))
 {
+}
+
+JobQueue::Incoming::~Incoming()
+{
+    drop();
+}
+
+void JobQueue::Incoming::drop()
+{
+    if (m_path.isEmpty())
+        return;
+    m_file.close();
+    QFile::remove(std::exchange(m_path, QString()));
+}
+
+bool JobQueue::Incoming::write(QByteArrayView bytes)
+{
+    if (m_path.isEmpty())
+        return false;
+    std::string why;
+    if (m_file.write({bytes.data(), std::size_t(bytes.size())}, &why)) {
+        m_size += bytes.size();
+        return true;
+    }
+    m_why = QString::fromLocal8Bit(why);
+    drop();
+    return false;
+}
+
+std::unique_ptr<JobQueue::Incoming> JobQueue::receive()
+{
+    if (!EnsureFolder(spoolFolder())) {
+        stall(QStringLiteral("the folder cannot be made"));
+        return nullptr;
+    }
+    std::unique_ptr<Incoming> job(new Incoming);
+    for (;;) {
+        const QString path = spoolName(QStringLiteral(".part"));
+        std::string why;
+        const auto result = job->m_file.open(path.toStdWString(), safefile::Mode::Exclusive, &why);
+        if (result == safefile::Result::Written) {
+            job->m_path = path;
+            return job;
+        }
+        if (result == safefile::Result::Failed) {
+            stall(QString::fromLocal8Bit(why));
+            return nullptr;
+        }
+    }
+}
+
+bool JobQueue::finish(std::unique_ptr<Incoming> job, const QString& from)
+{
+    std::string why;
+    if (job->m_path.isEmpty() || !job->m_file.sync(&why) || !job->m_file.close(&why)) {
+        const QString reason = job->m_why.isEmpty() ? QString::fromLocal8Bit(why) : job->m_why;
+        m_host.log(QStringLiteral("The job from %1 is refused: its spool file could not be "
+                                  "written (%2); its %3 bytes are dropped")
+                       .arg(from, reason)
+                       .arg(job->m_size));
+        return false;
+    }
+    // The job exists from here: under its name in the spool, in order of close.
+    for (;;) {
+        const QString path = spoolName(QStringLiteral(".ps"));
+        if (QFile::rename(job->m_path, path)) {
+            job->m_path.clear();
+            m_jobs.push_back({path, QByteArray(), from, QDateTime::currentDateTime()});
+            schedule();
+            return true;
+        }
+        if (!QFileInfo::exists(job->m_path)) {
+            m_host.log(QStringLiteral("The job from %1 is lost: its spool file %2 was removed "
+                                      "before it closed")
+                           .arg(from, QDir::toNativeSeparators(job->m_path)));
+            job->m_path.clear();
+            return false;
+        }
+    }
+}
+
+QString JobQueue::spoolName(const QString& suffix)
+{
+    const QString stamp =
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz-"));
+    return Paths::join(spoolFolder(),
+                       stamp + QString::number(++m_sequence).rightJustified(8, u'0') + suffix);
 }
 
 QString JobQueue::spoolFolder() const
@@ -50,13 +138,8 @@ bool JobQueue::spool(Entry& entry, QByteArrayView bytes)
 {
     QString why = QStringLiteral("the folder cannot be made");
     if (EnsureFolder(spoolFolder())) {
-        // Names sort in order of close, across restarts too.
-        const QString stamp =
-            QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmsszzz-"));
         for (;;) {
-            const QString path = Paths::join(
-                spoolFolder(), stamp + QString::number(++m_sequence).rightJustified(8, u'0') +
-                                   QStringLiteral(".ps"));
+            const QString path = spoolName(QStringLiteral(".ps"));
             const auto result = WriteNoFollow(path, {bytes}, safefile::Mode::Exclusive, &why);
             if (result == safefile::Result::Written) {
                 entry.spoolPath = path;
@@ -97,11 +180,23 @@ bool JobQueue::add(QByteArrayView bytes, const QString& from)
 int JobQueue::resume()
 {
     QDir().mkpath(spoolFolder());
-    const QStringList names =
-        QDir(spoolFolder()).entryList({QStringLiteral("*.ps")}, QDir::Files, QDir::Name);
-    for (const QString& name : names)
-        m_jobs.push_back({Paths::join(spoolFolder(), name), QByteArray(), QStringLiteral("spool"),
-                          QFileInfo(Paths::join(spoolFolder(), name)).lastModified()});
+    const QDir spoolDir(spoolFolder());
+    for (const QString& name : spoolDir.entryList({QStringLiteral("*.part")}, QDir::Files)) {
+        const QString path = spoolDir.filePath(name);
+        m_host.log(QStringLiteral("%1 is removed: an earlier run ended while receiving it, so "
+                                  "its %2 bytes are not a whole job")
+                       .arg(QDir::toNativeSeparators(path))
+                       .arg(QFileInfo(path).size()));
+        QFile::remove(path);
+    }
+    const QStringList names = spoolDir.entryList({QStringLiteral("*.ps")}, QDir::Files, QDir::Name);
+    for (const QString& name : names) {
+        const QString path = spoolDir.filePath(name);
+        m_host.log(QStringLiteral("%1, spooled whole by an earlier run, is queued")
+                       .arg(QDir::toNativeSeparators(path)));
+        m_jobs.push_back(
+            {path, QByteArray(), QStringLiteral("spool"), QFileInfo(path).lastModified()});
+    }
     if (!names.isEmpty())
         m_host.log(
             QStringLiteral("%1 spooled jobs from an earlier run are queued").arg(names.size()));
@@ -122,12 +217,28 @@ void JobQueue::schedule(int ms)
 
 void JobQueue::next()
 {
-    if (m_busy || m_jobs.empty())
+    // Only ever one pass: a job's wait below runs events, and this may be called from them.
+    if (m_inNext)
         return;
+    m_inNext = true;
+    const auto passEnds = qScopeGuard([this] { m_inNext = false; });
+    while (!m_converted.empty()) {
+        auto [job, run] = std::move(m_converted.front());
+        m_converted.pop_front();
+        ended(job, run);
+    }
+    while (m_running < m_workers && !m_jobs.empty() && startNext()) {
+    }
+    if (!m_converted.empty())
+        schedule(); // ended while the pass waited
+}
+
+bool JobQueue::startNext()
+{
     Entry& entry = m_jobs.front();
     if (entry.spoolPath.isEmpty() && !spool(entry, entry.bytes)) {
         schedule(kRetryMs);
-        return;
+        return false;
     }
     const JobDispatcher road = m_host.dispatcher();
     const OutputChoice choice = m_host.choice();
@@ -141,9 +252,10 @@ void JobQueue::next()
         unreadable = spoolAsPdf(entry, about.language);
     if (choice.action != OutputChoice::Action::Cloud &&
         (!IsConverted(about.language) || !unreadable.isEmpty())) {
-        if (!keepUnconverted(entry, about, unreadable))
-            schedule(kRetryMs);
-        return;
+        if (keepUnconverted(entry, about, unreadable))
+            return true;
+        schedule(kRetryMs);
+        return false;
     }
     Job job = about;
     for (;;) {
@@ -162,7 +274,7 @@ void JobQueue::next()
             EnsureFolder(m_folder);
             stall(why);
             schedule(kRetryMs);
-            return;
+            return false;
         }
     }
     if (m_stalled) {
@@ -170,30 +282,36 @@ void JobQueue::next()
         m_host.log(QStringLiteral("The job folder can be written again; %1 waiting jobs go on")
                        .arg(m_jobs.size()));
     }
-    m_busy = true;
+    m_jobs.pop_front();
+    ++m_running;
     if (choice.action == OutputChoice::Action::Cloud) {
         QFile f(job.psPath);
-        if (!f.open(QIODevice::ReadOnly))
-            return fail(job, f.errorString());
+        if (!f.open(QIODevice::ReadOnly)) {
+            fail(job, f.errorString());
+            return true;
+        }
         m_host.upload(job, f.readAll());
         WipeFile(job.psPath);
-        return done(
-            job, {JobOutcome::Status::Done, QString(), {QStringLiteral("the cloud printer")}, -1});
+        done(job, {JobOutcome::Status::Done, QString(), {QStringLiteral("the cloud printer")}, -1});
+        return true;
     }
     const QString line = road.commandLine(job);
     m_host.shown(job, line);
     if (line.isEmpty()) {
         WipeFile(job.psPath);
-        return done(job, {});
+        done(job, {});
+        return true;
     }
     try {
         road.convert(job, [this, job](const GsRun& run) {
-            // From the event loop, not from inside Ghostscript's finished signal.
-            QTimer::singleShot(0, this, [this, job, run] { ended(job, run); });
+            // Ended from the event loop, not from inside Ghostscript's finished signal.
+            m_converted.emplace_back(job, run);
+            schedule();
         });
     } catch (const RuntimeError& e) {
         fail(job, e.description());
     }
+    return true;
 }
 
 QString JobQueue::spoolAsPdf(Entry& entry, JobLanguage language)
@@ -228,7 +346,8 @@ bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unrea
     job.baseName = QFileInfo(kept).completeBaseName();
     job.psPath.clear();
     job.outputPath.clear();
-    m_busy = true;
+    m_jobs.pop_front();
+    ++m_running;
     m_host.shown(job, QString());
     JobOutcome outcome{
         JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(kept).fileName()}, -1};
@@ -275,7 +394,6 @@ void JobQueue::done(const Job& job, const JobOutcome& outcome)
 {
     if (m_host.ended)
         m_host.ended(job, outcome);
-    m_jobs.pop_front();
-    m_busy = false;
+    --m_running;
     schedule();
 }

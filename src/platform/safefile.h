@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,4 +20,25 @@ Result write(const std::wstring& path, const std::vector<std::string_view>& piec
 // True when anything has this name: a file, a folder, a link (even a dangling one).
 bool taken(const std::wstring& path);
 bool isLink(const std::wstring& path);
+
+// A file written piece by piece as its bytes arrive, opened as write() opens it.
+class Stream
+{
+public:
+    Stream() = default;
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() { close(); }
+
+    Result open(const std::wstring& path, Mode mode, std::string* why = nullptr);
+    bool isOpen() const { return m_handle != kClosed; }
+    bool write(std::string_view piece, std::string* why = nullptr);
+    // Everything written is on the disk once this returns true.
+    bool sync(std::string* why = nullptr);
+    bool close(std::string* why = nullptr);
+
+private:
+    static constexpr std::intptr_t kClosed = -1;
+    std::intptr_t m_handle = kClosed;
+};
 } // namespace safefile

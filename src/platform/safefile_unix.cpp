@@ -7,12 +7,20 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
 QByteArray encoded(const std::wstring& path)
 {
     return QFile::encodeName(QString::fromStdWString(path));
+}
+
+bool failed(std::string* why)
+{
+    if (why)
+        *why = std::strerror(errno);
+    return false;
 }
 } // namespace
 
@@ -32,6 +40,19 @@ safefile::Result safefile::write(const std::wstring& path,
                                  const std::vector<std::string_view>& pieces, Mode mode,
                                  std::string* why)
 {
+    Stream s;
+    const Result opened = s.open(path, mode, why);
+    if (opened != Result::Written)
+        return opened;
+    bool ok = true;
+    for (const std::string_view piece : pieces)
+        ok = ok && s.write(piece, why);
+    return s.close(ok ? why : nullptr) && ok ? Result::Written : Result::Failed;
+}
+
+safefile::Result safefile::Stream::open(const std::wstring& path, Mode mode, std::string* why)
+{
+    close();
     const QByteArray name = encoded(path);
     if (mode == Mode::Replace && isLink(path))
         ::unlink(name.constData());
@@ -40,31 +61,38 @@ safefile::Result safefile::write(const std::wstring& path,
     const int fd = ::open(name.constData(), flags, 0644);
     if (fd < 0) {
         const bool isTaken = errno == EEXIST || errno == ELOOP;
-        if (why)
-            *why = std::strerror(errno);
+        failed(why);
         return isTaken ? Result::Taken : Result::Failed;
     }
-    bool ok = true;
-    for (const std::string_view piece : pieces) {
-        const char* p = piece.data();
-        std::size_t left = piece.size();
-        while (ok && left > 0) {
-            const ssize_t n = ::write(fd, p, left);
-            if (n < 0 && errno == EINTR)
-                continue;
-            ok = n > 0;
-            if (ok) {
-                p += n;
-                left -= std::size_t(n);
-            }
-        }
+    m_handle = fd;
+    return Result::Written;
+}
+
+bool safefile::Stream::write(std::string_view piece, std::string* why)
+{
+    const char* p = piece.data();
+    std::size_t left = piece.size();
+    while (left > 0) {
+        const ssize_t n = ::write(int(m_handle), p, left);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return failed(why);
+        p += n;
+        left -= std::size_t(n);
     }
-    if (!ok && why)
-        *why = std::strerror(errno);
-    if (::close(fd) != 0 && ok) {
-        ok = false;
-        if (why)
-            *why = std::strerror(errno);
-    }
-    return ok ? Result::Written : Result::Failed;
+    return true;
+}
+
+bool safefile::Stream::sync(std::string* why)
+{
+    return ::fsync(int(m_handle)) == 0 || failed(why);
+}
+
+bool safefile::Stream::close(std::string* why)
+{
+    if (m_handle == kClosed)
+        return true;
+    const int fd = int(std::exchange(m_handle, kClosed));
+    return ::close(fd) == 0 || failed(why);
 }

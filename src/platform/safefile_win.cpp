@@ -1,6 +1,7 @@
 #include "platform/safefile.h"
 
 #include <algorithm>
+#include <utility>
 #include <windows.h>
 
 namespace
@@ -8,6 +9,13 @@ namespace
 DWORD attributes(const std::wstring& path)
 {
     return GetFileAttributesW(path.c_str());
+}
+
+bool failed(std::string* why)
+{
+    if (why)
+        *why = "Windows error " + std::to_string(GetLastError());
+    return false;
 }
 } // namespace
 
@@ -26,6 +34,19 @@ safefile::Result safefile::write(const std::wstring& path,
                                  const std::vector<std::string_view>& pieces, Mode mode,
                                  std::string* why)
 {
+    Stream s;
+    const Result opened = s.open(path, mode, why);
+    if (opened != Result::Written)
+        return opened;
+    bool ok = true;
+    for (const std::string_view piece : pieces)
+        ok = ok && s.write(piece, why);
+    return s.close(ok ? why : nullptr) && ok ? Result::Written : Result::Failed;
+}
+
+safefile::Result safefile::Stream::open(const std::wstring& path, Mode mode, std::string* why)
+{
+    close();
     const wchar_t* name = path.c_str();
     if (mode == Mode::Replace && isLink(path))
         DeleteFileW(name);
@@ -35,24 +56,36 @@ safefile::Result safefile::write(const std::wstring& path,
                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (h == INVALID_HANDLE_VALUE) {
         const DWORD e = GetLastError();
-        if (why)
-            *why = "Windows error " + std::to_string(e);
+        failed(why);
         return e == ERROR_FILE_EXISTS || e == ERROR_ALREADY_EXISTS ? Result::Taken : Result::Failed;
     }
-    bool ok = true;
-    for (const std::string_view piece : pieces) {
-        const char* p = piece.data();
-        std::size_t left = piece.size();
-        while (ok && left > 0) {
-            DWORD n = 0;
-            const DWORD chunk = DWORD(std::min<std::size_t>(left, 1 << 30));
-            ok = WriteFile(h, p, chunk, &n, nullptr) && n > 0;
-            p += n;
-            left -= n;
-        }
+    m_handle = reinterpret_cast<std::intptr_t>(h);
+    return Result::Written;
+}
+
+bool safefile::Stream::write(std::string_view piece, std::string* why)
+{
+    const char* p = piece.data();
+    std::size_t left = piece.size();
+    while (left > 0) {
+        DWORD n = 0;
+        const DWORD chunk = DWORD(std::min<std::size_t>(left, 1 << 30));
+        if (!WriteFile(reinterpret_cast<HANDLE>(m_handle), p, chunk, &n, nullptr) || n == 0)
+            return failed(why);
+        p += n;
+        left -= n;
     }
-    if (!ok && why)
-        *why = "Windows error " + std::to_string(GetLastError());
-    CloseHandle(h);
-    return ok ? Result::Written : Result::Failed;
+    return true;
+}
+
+bool safefile::Stream::sync(std::string* why)
+{
+    return FlushFileBuffers(reinterpret_cast<HANDLE>(m_handle)) || failed(why);
+}
+
+bool safefile::Stream::close(std::string* why)
+{
+    if (m_handle == kClosed)
+        return true;
+    return CloseHandle(reinterpret_cast<HANDLE>(std::exchange(m_handle, kClosed))) || failed(why);
 }

@@ -2,6 +2,7 @@
 
 #include "cloud/uccloudsrvr.h"
 #include "common/doevents.h"
+#include "common/log.h"
 #include "common/msgbox.h"
 #include "common/paths.h"
 #include "common/runtimeerror.h"
@@ -31,6 +32,7 @@
 #include <QRadioButton>
 #include <QSystemTrayIcon>
 #include <QTableWidget>
+#include <QThread>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -348,6 +350,19 @@ void frmMain::settleJobOptions()
         word == QLatin1String("1") || word == QLatin1String("true") || word == QLatin1String("yes");
     if (!m_Options.jobQueue.value_or(fromSetting))
         return;
+    int workers = m_Options.workers.value_or(0);
+    if (!m_Options.workers) {
+        const QString value = SettingsStore::get(QStringLiteral("Workers")).trimmed();
+        bool ok = false;
+        workers = value.toInt(&ok);
+        if (!value.isEmpty() && (!ok || workers < 1 || workers > 256))
+            Log::line(QStringLiteral("Setting Workers: a number from 1 to 256, not \"%1\"; "
+                                     "the number of cores is used")
+                          .arg(value),
+                      true);
+        if (!ok || workers < 1 || workers > 256)
+            workers = QThread::idealThreadCount();
+    }
     const QString folder = Paths::ensureJobFolder();
     m_JobQueue = new JobQueue(
         folder,
@@ -362,9 +377,11 @@ void frmMain::settleJobOptions()
              Text3->setText(commandLine);
          },
          [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); }},
-        this);
-    addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1")
-                  .arg(QDir::toNativeSeparators(m_JobQueue->spoolFolder())));
+        workers, this);
+    addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1; "
+                             "%2 converting at once")
+                  .arg(QDir::toNativeSeparators(m_JobQueue->spoolFolder()))
+                  .arg(workers));
     m_JobQueue->resume();
 }
 

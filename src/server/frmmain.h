@@ -275,6 +275,7 @@ private:
 
     // intake state
     JobBuffer m_JobBuffer;
+    QByteArray m_SpoolChunk; // --job-queue: the bounded buffer between a socket and its spool file
     Int16 m_ConnCount;
     QString m_StatusText;
     QString m_LastRequestId;

@@ -19,6 +19,9 @@ namespace
 {
 // The connection log keeps this many lines, so a line costs the same however many came before.
 constexpr int kConnectionLogLines = 10000;
+// --job-queue reads a connection through one buffer of this size into its spool file.
+constexpr qint64 kSpoolChunk = 1 << 20;
+constexpr int kSpoolChunksPerEvent = 8;
 
 QString localIp()
 {
@@ -182,10 +185,36 @@ void frmMain::Socket_DataArrival(int Index, qint64 /*bytesTotal*/)
         socket->GetData(m_JobBuffer);
         return;
     }
-    socket->GetData(socket->buffer());
-    // Blanks before a job are nothing to keep: a blank flood costs no memory.
-    if (!socket->buffer().holdsMoreThanBlanks())
-        socket->buffer().clear();
+    // A bounded chunk at a time, each into the job's spool file, and a few per event: a large
+    // job costs no memory, and keeps no other connection waiting.
+    m_SpoolChunk.resize(kSpoolChunk);
+    for (int round = 0; round < kSpoolChunksPerEvent; ++round) {
+        const qint64 n = socket->Receive(m_SpoolChunk.data(), kSpoolChunk);
+        if (n <= 0)
+            return;
+        const QByteArrayView bytes(m_SpoolChunk.constData(), n);
+        auto& spool = socket->spool();
+        if (!spool && socket->buffer().isEmpty()) {
+            // Blanks before a job are nothing to keep: a blank flood costs nothing.
+            if (!JobBuffer::holdsMoreThanBlanks(bytes))
+                continue;
+            spool = m_JobQueue->receive();
+        }
+        if (!spool) {
+            socket->buffer().append(bytes.data(), bytes.size()); // until the folder can be written
+        } else if (!spool->write(bytes)) {
+            txtLog->append(QStringLiteral("The job from %1 is refused: its spool file could not "
+                                          "be written (%2); its %3 bytes so far are dropped and "
+                                          "the connection is closed")
+                               .arg(socket->RemoteHostIP(), spool->why())
+                               .arg(spool->size() + n));
+            spool.reset();
+            unloadSocket(Index);
+            return;
+        }
+        if (n < kSpoolChunk)
+            return;
+    }
 }
 
 void frmMain::Socket_Close(int Index)
@@ -195,13 +224,19 @@ void frmMain::Socket_Close(int Index)
     addStatus(m_StatusText);
 
     if (m_JobQueue) {
+        auto spool = std::move(socket->spool());
         if (socket->wasReset())
             txtLog->append(QStringLiteral("Connection from %1 was reset before it closed: its "
-                                          "%2 bytes make no job")
+                                          "%2 bytes make no job%3")
                                .arg(socket->RemoteHostIP())
-                               .arg(socket->buffer().size()));
+                               .arg(spool ? spool->size() : socket->buffer().size())
+                               .arg(spool ? QStringLiteral("; its partial spool file is removed")
+                                          : QString()));
+        else if (spool)
+            m_JobQueue->finish(std::move(spool), socket->RemoteHostIP());
         else if (socket->buffer().holdsMoreThanBlanks())
             m_JobQueue->add(socket->buffer().view(), socket->RemoteHostIP());
+        spool.reset();
         socket->buffer().clear();
         unloadSocket(Index);
         return;

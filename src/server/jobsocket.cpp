@@ -72,13 +72,36 @@ qint64 JobSocket::GetData(JobBuffer& buffer)
         m_peerClosed = true; // 0: closed by the peer; or a failed connection
         m_reset = n != 0;
     }
-    if (m_peerClosed && !m_closeReported) {
-        m_closeReported = true;
-        m_notifier.setEnabled(false);
-        // The close is its own event, after the data that came with it.
-        QMetaObject::invokeMethod(this, &JobSocket::Closed, Qt::QueuedConnection);
-    }
+    reportClose();
     return total;
+}
+
+qint64 JobSocket::Receive(char* into, qint64 room)
+{
+    qint64 total = 0;
+    while (m_fd >= 0 && !m_peerClosed && total < room) {
+        const qint64 n = rawsocket::receive(m_fd, into + total, room - total);
+        if (n > 0) {
+            total += n;
+            continue;
+        }
+        if (n == rawsocket::WouldBlock)
+            break;
+        m_peerClosed = true;
+        m_reset = n != 0;
+    }
+    reportClose();
+    return total;
+}
+
+void JobSocket::reportClose()
+{
+    if (!m_peerClosed || m_closeReported)
+        return;
+    m_closeReported = true;
+    m_notifier.setEnabled(false);
+    // The close is its own event, after the data that came with it.
+    QMetaObject::invokeMethod(this, &JobSocket::Closed, Qt::QueuedConnection);
 }
 
 void JobSocket::Close()

@@ -146,8 +146,12 @@ bool RunOptions::parse(const QStringList& arguments)
                               QStringLiteral("N"));
     QCommandLineOption queueOpt(
         QStringLiteral("job-queue"),
-        QStringLiteral("Each connection is a job of its own, spooled at once and converted one "
-                       "at a time."));
+        QStringLiteral("Each connection is a job of its own, spooled as it arrives and "
+                       "converted in order of close."));
+    QCommandLineOption workersOpt(
+        QStringLiteral("workers"),
+        QStringLiteral("Jobs the queue converts at once (default: the number of cores)."),
+        QStringLiteral("N"));
     QCommandLineOption historyOpt(
         QStringLiteral("history"),
         QStringLiteral("Print the last jobs of the job history as a table, then end."));
@@ -171,7 +175,7 @@ bool RunOptions::parse(const QStringList& arguments)
                         "(0: all passed).")}};
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
                        registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
-                       queueOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
+                       queueOpt, workersOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
     for (const QCommandLineOption& o : cloudOpts)
         parser.addOption(o);
     if (!parser.parse(arguments)) {
@@ -248,6 +252,15 @@ bool RunOptions::parse(const QStringList& arguments)
     cloudTest = parser.isSet(cloudOpts[3]);
     if (parser.isSet(queueOpt))
         jobs.jobQueue = true;
+    if (parser.isSet(workersOpt)) {
+        const int v = parser.value(workersOpt).toInt(&ok);
+        if (!ok || v < 1 || v > 256) {
+            std::fprintf(stderr, "--workers: a number from 1 to 256, not %s\n",
+                         qPrintable(parser.value(workersOpt)));
+            return false;
+        }
+        jobs.workers = v;
+    }
     std::optional<int>* limits[] = {&jobs.cpuSeconds, &jobs.memoryMB, &jobs.wallSeconds};
     for (int i = 0; i < 3; ++i) {
         if (!parser.isSet(limitOpts[i]))

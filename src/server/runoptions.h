@@ -12,10 +12,11 @@ class QCommandLineParser;
 class QRadioButton;
 class frmMain;
 
-// How jobs run: the command line's choice, else the setting (JobQueue,
+// How jobs run: the command line's choice, else the setting (JobQueue, Workers,
 // GsCpuSeconds, GsMemoryMB, GsWallSeconds), else the default.
 struct JobOptions {
     std::optional<bool> jobQueue;
+    std::optional<int> workers; // jobs converting at once in the queue; default: the cores
     std::optional<int> cpuSeconds;
     std::optional<int> memoryMB;
     std::optional<int> wallSeconds;

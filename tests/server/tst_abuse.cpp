@@ -3,6 +3,7 @@
 #include "testsupport.h"
 
 #include <QAbstractItemModel>
+#include <QScopeGuard>
 #include <QStandardPaths>
 
 #include <sys/socket.h>
@@ -237,10 +238,22 @@ private slots:
             QVERIFY(q.waitForLog("Connection closed", 10000));
             QTRY_COMPARE_WITH_TIMEOUT(q.log().count("Connection closed"), jobs, 20000);
             QVERIFY(!QDir(folder + "/spool").isEmpty());
+            // A 200 MB job on its way in, 1 MB every 20 ms: killed with it half received.
+            slow.start("bash", {"-c",
+                                "{ printf %s \"$1\"; for i in $(seq 200); do yes '% padding' | "
+                                "head -c 1048576; sleep 0.02; done; } | nc -N 127.0.0.1 $2",
+                                "big", page("big"), QString::number(q.port)});
+            const auto partSize = [&] {
+                const auto parts = QDir(folder + "/spool").entryInfoList({"*.part"});
+                return parts.isEmpty() ? 0 : parts.first().size();
+            };
+            QTRY_VERIFY_WITH_TIMEOUT(partSize() > 20 << 20, 20000);
             q.process.kill();
             q.process.waitForFinished();
             QVERIFY(q.start({"--job-queue"}));
             QVERIFY(q.waitForLog("spooled jobs from an earlier run are queued"));
+            QVERIFY(q.log().contains("an earlier run ended while receiving it"));
+            slow.waitForFinished(20000);
         } else if (abuse == "limits") {
             send(q.port, "%!PS\n{} loop\n");
             send(q.port, "%!PS\n/l null def { /l [ l 65000 string ] def } loop\n");
@@ -271,6 +284,7 @@ private slots:
             sendAll(1, jobs);
         }
         send(q.port, page("still answering"));
+        QVERIFY(q.waitForLog("Connection closed")); // the job exists: it is spooled
         // After kill -9 the job then converting may be redone, beside its unfinished PDF.
         const auto texts = [&] {
             QStringList t = pdfTexts(folder);
@@ -281,8 +295,13 @@ private slots:
         const auto pdfs = [&] {
             return QDir(folder).entryList({"*.pdf"}, QDir::Files | QDir::NoSymLinks).size();
         };
-        QTRY_VERIFY_WITH_TIMEOUT(QDir(folder + "/spool").isEmpty() && pdfs() >= expected.size(),
-                                 (60 + jobs / 2) * 1000);
+        // Only a connection still open (the half-open client's) has a file there: a partial one.
+        const auto spooled = [&] { return QDir(folder + "/spool").entryList(QDir::Files); };
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            spooled().size() == qsizetype(open.size()) && pdfs() >= expected.size(),
+            qPrintable(spooled().join(u' ') + q.log().right(3000)), (60 + jobs / 2) * 1000);
+        if (texts() != expected)
+            qWarning() << spooled() << texts() << QDir(folder).entryList(QDir::Files) << q.log();
         QCOMPARE(texts(), expected);
         QCOMPARE(q.process.state(), QProcess::Running);
         if (abuse == "clients")
@@ -297,6 +316,56 @@ private slots:
             QVERIFY(!QFileInfo::exists(outside + "-new"));
         }
     }
+    // A job that runs until its time limit, then a quick one: with one worker the quick one
+    // waits for it, with two it is done first.
+    void workersConvertSideBySide_data()
+    {
+        QTest::addColumn<QString>("workers");
+        QTest::addColumn<bool>("quickFirst");
+        QTest::newRow("one worker") << "1" << false;
+        QTest::newRow("two workers") << "2" << true;
+    }
+    void workersConvertSideBySide()
+    {
+        QFETCH(QString, workers);
+        QFETCH(bool, quickFirst);
+        HeadlessQuorvel q;
+        QVERIFY(q.start({"--job-queue", "--workers", workers, "--gs-wall-seconds", "6"}));
+        send(q.port, "%!PS\n{} loop\n");
+        QVERIFY(q.waitForLog("Connection closed")); // so it is the first to close
+        send(q.port, page("quick"));
+        const QString limit = "ran past its time limit of 6 s";
+        QTRY_VERIFY_WITH_TIMEOUT(
+            q.log().contains(limit) || pdfTexts(q.jobFolder()).contains("quick"), 30000);
+        QCOMPARE(!q.log().contains(limit), quickFirst);
+        QVERIFY(q.log().contains(workers + " converting at once"));
+        QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(q.jobFolder()), QStringList{"quick"}, 30000);
+    }
+
+    // The spool on a 4 MB file system: a larger job is refused while it comes, and the jobs
+    // before and after it are whole.
+    void fullDiskRefusesTheJobOnly()
+    {
+        HeadlessQuorvel q;
+        const QString folder = q.jobFolder();
+        QVERIFY(QDir().mkpath(folder));
+        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=4m", "tmpfs", folder}) != 0)
+            QSKIP("no tmpfs can be mounted here (root is needed)");
+        const auto unmount = qScopeGuard([&] {
+            q.stop();
+            QProcess::execute("umount", {"-l", folder});
+        });
+        QVERIFY(q.start({"--job-queue"}));
+        send(q.port, page("before"));
+        QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(folder), QStringList{"before"}, 30000);
+        send(q.port, page("too large") + QByteArray(8 << 20, '%'));
+        QVERIFY(q.waitForLog("No space left on device", 20000));
+        QVERIFY(q.log().contains("is refused: its spool file could not be written"));
+        send(q.port, page("after"));
+        QTRY_COMPARE_WITH_TIMEOUT(pdfTexts(folder), (QStringList{"after", "before"}), 30000);
+        QVERIFY(QDir(folder + "/spool").isEmpty());
+    }
+
     void ghostscriptLimitsInDefaultMode()
     {
         HeadlessQuorvel q;
@@ -305,6 +374,7 @@ private slots:
         QVERIFY(q.waitForLog("ran past its time limit of 2 s", 20000));
         QVERIFY(q.waitForLog("no page was made; its PostScript is kept as "));
         send(q.port, page("still answering"));
+        QVERIFY(q.waitForLog("Connection closed")); // the job exists: it is spooled
         QTRY_VERIFY_WITH_TIMEOUT(pdfTexts(q.jobFolder()).contains("still answering"), 30000);
         QTRY_COMPARE(QDir(q.jobFolder()).entryList({"*.ps"}).size(), 1); // the failed one's
     }
