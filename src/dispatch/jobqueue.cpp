@@ -222,13 +222,17 @@ void JobQueue::next()
         return;
     m_inNext = true;
     const auto passEnds = qScopeGuard([this] { m_inNext = false; });
+    const auto start = [this] {
+        while (m_converting < m_workers && !m_jobs.empty() && startNext()) {
+        }
+    };
+    start(); // a free worker waits for no other job's end
     while (!m_converted.empty()) {
         auto [job, run] = std::move(m_converted.front());
         m_converted.pop_front();
         ended(job, run);
     }
-    while (m_running < m_workers && !m_jobs.empty() && startNext()) {
-    }
+    start();
     if (!m_converted.empty())
         schedule(); // ended while the pass waited
 }
@@ -283,7 +287,6 @@ bool JobQueue::startNext()
                        .arg(m_jobs.size()));
     }
     m_jobs.pop_front();
-    ++m_running;
     if (choice.action == OutputChoice::Action::Cloud) {
         QFile f(job.psPath);
         if (!f.open(QIODevice::ReadOnly)) {
@@ -303,12 +306,16 @@ bool JobQueue::startNext()
         return true;
     }
     try {
+        ++m_converting;
         road.convert(job, [this, job](const GsRun& run) {
-            // Ended from the event loop, not from inside Ghostscript's finished signal.
+            // The worker is free now; the job ends from the event loop, not from inside
+            // Ghostscript's finished signal.
+            --m_converting;
             m_converted.emplace_back(job, run);
             schedule();
         });
     } catch (const RuntimeError& e) {
+        --m_converting;
         fail(job, e.description());
     }
     return true;
@@ -347,7 +354,6 @@ bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unrea
     job.psPath.clear();
     job.outputPath.clear();
     m_jobs.pop_front();
-    ++m_running;
     m_host.shown(job, QString());
     JobOutcome outcome{
         JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(kept).fileName()}, -1};
@@ -394,6 +400,5 @@ void JobQueue::done(const Job& job, const JobOutcome& outcome)
 {
     if (m_host.ended)
         m_host.ended(job, outcome);
-    --m_running;
     schedule();
 }

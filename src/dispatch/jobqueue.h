@@ -67,7 +67,10 @@ public:
     // of connections it was still receiving; returns how many were queued.
     int resume();
     // Jobs not yet done, those converting now included.
-    qsizetype waiting() const { return qsizetype(m_jobs.size()) + m_running; }
+    qsizetype waiting() const
+    {
+        return qsizetype(m_jobs.size() + m_converted.size()) + m_converting;
+    }
     int workers() const { return m_workers; }
     QString spoolFolder() const;
     QString failedFolder() const;
@@ -100,7 +103,7 @@ private:
     std::deque<Entry> m_jobs;                      // waiting to start
     std::deque<std::pair<Job, GsRun>> m_converted; // Ghostscript has ended, the rest not yet
     int m_workers;
-    int m_running = 0;
+    int m_converting = 0; // Ghostscript processes running
     bool m_inNext = false;
     bool m_scheduled = false;
     bool m_stalled = false; // said once until the folder can be written again
