@@ -361,7 +361,8 @@ void frmMain::settleJobOptions()
                  TxtPath->setText(job.outputPath);
              Text3->setText(commandLine);
          },
-         [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); }},
+         [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); },
+         [this](const QString& address) { return m_ClientNames.value(address); }},
         this);
     addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1")
                   .arg(QDir::toNativeSeparators(m_JobQueue->spoolFolder())));

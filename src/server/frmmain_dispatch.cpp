@@ -10,6 +10,7 @@
 #include "convert/tiffprint.h"
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
+#include "dispatch/jobnaming.h"
 #include "dispatch/jobqueue.h"
 #include "history/jobhistory.h"
 #include "language/joblanguage.h"
@@ -43,8 +44,10 @@ void frmMain::Command1_Click()
     job.client = std::exchange(m_ClosingClient, QString());
     if (job.client.isEmpty())
         job.client = QStringLiteral("Save And Print");
+    job.clientName = m_ClientNames.value(job.client);
     job.received = QDateTime::currentDateTime();
     job.readFrom(m_JobBuffer.view());
+    const JobNaming naming = JobNaming::fromSettings();
     if (job.choice.action == OutputChoice::Action::Cloud) {
         sendToCloud(job);
         jobEnded(job,
@@ -58,14 +61,20 @@ void frmMain::Command1_Click()
                                : QByteArray();
     if (!IsConverted(job.language) || !unreadable.isEmpty()) {
         // Never a fake document: the bytes are kept as they came.
-        const QString kept =
-            Paths::join(Paths::jobFolder(), m_FileName + KeptExtension(job.language));
+        const QString kept = naming.keptPath(job, KeptExtension(job.language));
         const JobDispatcher road = dispatcher();
         SaveJobFile(kept, m_JobBuffer.view(), false);
         m_JobBuffer.clear();
         jobEnded(job, road.keepUnconverted(job, kept, unreadable));
         return;
     }
+    QString why;
+    if (!naming.name(job, &why))
+        txtLog->append(QStringLiteral("No file can be made under the name template \"%1\" (%2): "
+                                      "the job is kept as %3")
+                           .arg(naming.pattern(), why, QDir::toNativeSeparators(job.outputPath)));
+    if (naming.applies(job))
+        TxtPath->setText(job.outputPath);
     SavePSFile(job, pdf.isEmpty() ? QByteArray(m_JobBuffer.view()) : pdf);
     const auto run = DoConvertPs2PdfImage(job);
     m_JobBuffer.clear();
