@@ -49,6 +49,7 @@ frmMain::frmMain(ListenOptions listen, ProgramIds ids, QWidget* parent, JobOptio
     buildControls();
     setupCloud();
     setupTray();
+    setupPreferences();
     connectHandlers();
     RunGuarded([this] { Form_Load(); });
 }

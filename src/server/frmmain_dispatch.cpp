@@ -9,6 +9,7 @@
 #include "convert/pageimages.h"
 #include "convert/tiffprint.h"
 #include "dispatch/jobdispatcher.h"
+#include "dispatch/aftersave.h"
 #include "dispatch/jobfiles.h"
 #include "dispatch/jobnaming.h"
 #include "dispatch/jobqueue.h"
@@ -16,6 +17,7 @@
 #include "language/joblanguage.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QHostAddress>
 #include <QHostInfo>
 #include <QLineEdit>
@@ -118,6 +120,14 @@ void frmMain::jobEnded(const Job& job, const JobOutcome& outcome)
                                                            : QStringLiteral("failed");
     r.reason = outcome.reason;
     txtLog->append(r.logLine());
+    if (outcome.status != Status::Failed) {
+        QStringList files;
+        for (const QString& output : outcome.outputs)
+            if (const QString path = QDir(job.folder).filePath(output);
+                !job.folder.isEmpty() && QFileInfo(path).isFile())
+                files << path;
+        m_AfterSave->saved(files);
+    }
     QString why;
     if (!JobHistory::add(r, &why))
         txtLog->append(QStringLiteral("The job history %1 cannot be written: %2")
