@@ -104,7 +104,9 @@ FrmJobs::FrmJobs(QWidget* parent) : QWidget(parent)
     cmdShowInFolder = new QPushButton(QStringLiteral("Show in folder"), this);
     cmdRemove = new QPushButton(QStringLiteral("Remove..."), this);
     cmdRefresh = new QPushButton(QStringLiteral("Refresh"), this);
-    for (QPushButton* b : {cmdOpen, cmdShowInFolder, cmdRemove})
+    cmdPrintAgain = new QPushButton(QStringLiteral("Print again"), this);
+    cmdRetry = new QPushButton(QStringLiteral("Retry"), this);
+    for (QPushButton* b : {cmdOpen, cmdShowInFolder, cmdPrintAgain, cmdRetry, cmdRemove})
         actions->addWidget(b);
     actions->addStretch();
     actions->addWidget(cmdRefresh);
@@ -117,6 +119,8 @@ FrmJobs::FrmJobs(QWidget* parent) : QWidget(parent)
     connect(cmdShowInFolder, &QPushButton::clicked, this,
             Guarded([this] { cmdShowInFolder_Click(); }));
     connect(cmdRemove, &QPushButton::clicked, this, Guarded([this] { cmdRemove_Click(); }));
+    connect(cmdPrintAgain, &QPushButton::clicked, this, Guarded([this] { cmdPrintAgain_Click(); }));
+    connect(cmdRetry, &QPushButton::clicked, this, Guarded([this] { cmdRetry_Click(); }));
     connect(cmdRefresh, &QPushButton::clicked, this, Guarded([this] { reload(); }));
     connect(tblJobs, &QTableView::doubleClicked, this, Guarded([this] { cmdOpen_Click(); }));
     connect(tblJobs->selectionModel(), &QItemSelectionModel::selectionChanged, this,
@@ -148,17 +152,55 @@ qint64 FrmJobs::selectedId() const
     return rows.isEmpty() ? 0 : rows.first().data(Qt::UserRole).toLongLong();
 }
 
+const JobRecord* FrmJobs::selected() const
+{
+    const qint64 id = selectedId();
+    for (const JobRecord& r : m_rows)
+        if (id != 0 && r.id == id)
+            return &r;
+    return nullptr;
+}
+
 QStringList FrmJobs::selectedFiles() const
 {
     QStringList files;
-    const qint64 id = selectedId();
-    for (const JobRecord& r : m_rows)
-        if (r.id == id)
-            for (const QString& output : r.outputs)
-                if (const QString path = QDir(Paths::jobFolder()).filePath(output);
-                    QFileInfo(path).isFile())
-                    files << QDir::toNativeSeparators(path);
+    if (const JobRecord* r = selected())
+        for (const QString& output : r->outputs)
+            if (const QString path = QDir(Paths::jobFolder()).filePath(output);
+                QFileInfo(path).isFile())
+                files << QDir::toNativeSeparators(path);
     return files;
+}
+
+QString FrmJobs::selectedPostScript() const
+{
+    const JobRecord* r = selected();
+    if (!r || (r->status != QLatin1String("failed") && r->status != QLatin1String("partial")))
+        return {};
+    const QDir folder(Paths::jobFolder());
+    for (const QString& path : {folder.filePath(r->name + QStringLiteral(".ps")),
+                                folder.filePath(QStringLiteral("failed/") + r->name + ".ps")})
+        if (QFileInfo(path).isFile())
+            return QDir::toNativeSeparators(path);
+    return {};
+}
+
+void FrmJobs::cmdPrintAgain_Click()
+{
+    for (const QString& file : selectedFiles())
+        if (!resubmit || !resubmit(file, false))
+            break;
+    reload();
+}
+
+void FrmJobs::cmdRetry_Click()
+{
+    const QString ps = selectedPostScript();
+    if (ps.isEmpty())
+        return;
+    if (resubmit)
+        resubmit(ps, true);
+    reload();
 }
 
 void FrmJobs::filter()
@@ -175,6 +217,8 @@ void FrmJobs::enableActions()
     const bool files = !selectedFiles().isEmpty();
     cmdOpen->setEnabled(files);
     cmdShowInFolder->setEnabled(files);
+    cmdPrintAgain->setEnabled(files);
+    cmdRetry->setEnabled(!selectedPostScript().isEmpty());
     cmdRemove->setEnabled(selectedId() != 0);
 }
 

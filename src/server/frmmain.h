@@ -151,6 +151,8 @@ public:
     void showPreferences();
     void showJobs();
     void openWindow(const QString& name); // "preferences" or "jobs"
+    // A kept file (print again) or a failed job's PostScript (retry, consumed) as a new job.
+    bool resubmit(const QString& path, bool consume = false);
     FrmPreferences* preferencesWindow() const { return m_FrmPreferences; }
     FrmJobs* jobsWindow() const { return m_FrmJobs; }
     // Takes what the preferences changed into the running program.

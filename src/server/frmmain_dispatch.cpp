@@ -14,6 +14,7 @@
 #include "dispatch/jobnaming.h"
 #include "dispatch/jobqueue.h"
 #include "history/jobhistory.h"
+#include "jobs/frmjobs.h"
 #include "language/joblanguage.h"
 
 #include <QDir>
@@ -132,6 +133,8 @@ void frmMain::jobEnded(const Job& job, const JobOutcome& outcome)
     if (!JobHistory::add(r, &why))
         txtLog->append(QStringLiteral("The job history %1 cannot be written: %2")
                            .arg(QDir::toNativeSeparators(JobHistory::path()), why));
+    if (m_FrmJobs) // its rows live
+        m_FrmJobs->reload();
 }
 
 OutputChoice frmMain::outputChoice() const

@@ -5,13 +5,18 @@
 #include "common/log.h"
 #include "common/paths.h"
 #include "common/runtimeerror.h"
+#include "common/msgbox.h"
 #include "dispatch/aftersave.h"
+#include "dispatch/jobfiles.h"
+#include "dispatch/jobqueue.h"
 #include "jobs/frmjobs.h"
 #include "prefs/frmpreferences.h"
 #include "prefs/preferences.h"
 #include "server/socketlistener.h"
 
 #include <QContextMenuEvent>
+#include <QDir>
+#include <QFile>
 #include <QHostAddress>
 #include <QMenu>
 #include <QRegularExpression>
@@ -62,11 +67,49 @@ void frmMain::showJobs()
         m_FrmJobs->setWindowFlag(Qt::Window);
         m_FrmJobs->setAttribute(Qt::WA_DeleteOnClose);
         connect(m_FrmJobs, &QObject::destroyed, this, [this] { m_FrmJobs = nullptr; });
+        m_FrmJobs->resubmit = [this](const QString& path, bool consume) {
+            bool taken = false;
+            RunGuarded([&] { taken = resubmit(path, consume); });
+            return taken;
+        };
     }
     m_FrmJobs->reload();
     m_FrmJobs->show();
     m_FrmJobs->raise();
     m_FrmJobs->activateWindow();
+}
+
+bool frmMain::resubmit(const QString& path, bool consume)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly)) {
+        txtLog->append(QStringLiteral("%1 cannot be read again: %2")
+                           .arg(QDir::toNativeSeparators(path), f.errorString()));
+        return false;
+    }
+    const QByteArray bytes = f.readAll();
+    const QString from = QStringLiteral("the jobs window");
+    f.close();
+    if (m_JobQueue) {
+        // Spooled, or held until it can be: either way the queue has it now.
+        m_JobQueue->add(bytes, from);
+        if (consume)
+            WipeFile(path);
+        return true;
+    }
+    // The one buffer may hold a job still coming in: it is never replaced.
+    if (!m_JobBuffer.isEmpty()) {
+        MsgBox(QStringLiteral("A job is being received: try again once it is done."),
+               MsgIcon::Information);
+        return false;
+    }
+    m_JobBuffer = bytes;
+    m_ClosingClient = from;
+    // Gone before the new job is named: it may take the same name in this second.
+    if (consume)
+        WipeFile(path);
+    Command1_Click();
+    return true;
 }
 
 void frmMain::openWindow(const QString& name)

@@ -235,6 +235,51 @@ private slots:
         QCOMPARE(jobs->view->rowCount(), 1);
     }
 
+    // Retry runs a failed job's PostScript again, print again a kept output, as new jobs.
+    void printAgainAndRetry_data()
+    {
+        QTest::addColumn<bool>("queue");
+        QTest::newRow("default") << false;
+        QTest::newRow("queued") << true;
+    }
+    void printAgainAndRetry()
+    {
+        QFETCH(bool, queue);
+        TestServer s;
+        s.put("JobQueue", queue ? "1" : "0");
+        frmMain& w = s.start();
+        const auto rows = [] { return JobHistory::rows().size(); };
+        sendJob(s.port, makePsJob(1));
+        QTRY_COMPARE_WITH_TIMEOUT(rows(), 1, 60000);
+        QTest::qWait(1100); // by design two jobs of one second share a name without the queue
+        sendJob(s.port, makePsJob(2) + "nosuchoperator\n");
+        QTRY_COMPARE_WITH_TIMEOUT(rows(), 2, 60000);
+        w.showJobs();
+        FrmJobs* jobs = w.jobsWindow();
+        jobs->cboStatus->setCurrentText("partial");
+        jobs->tblJobs->selectRow(0);
+        const QString ps = jobs->selectedPostScript();
+        QVERIFY2(QFileInfo(ps).isFile(), qPrintable(ps));
+        QVERIFY(jobs->cmdRetry->isEnabled());
+        jobs->cmdRetry->click();
+        QTRY_COMPARE_WITH_TIMEOUT(rows(), 3, 60000);
+        QVERIFY(!QFileInfo::exists(ps));
+        QCOMPARE(JobHistory::rows().first().status, "partial"); // it fails again, as it must
+        QCOMPARE(JobHistory::rows().first().clientText(), "the jobs window");
+        jobs->cboStatus->setCurrentText("done");
+        jobs->tblJobs->selectRow(0);
+        QVERIFY(!jobs->cmdRetry->isEnabled());
+        QVERIFY2(jobs->cmdPrintAgain->isEnabled(), qPrintable(w.txtLog->text()));
+        jobs->cmdPrintAgain->click();
+        QTRY_VERIFY2_WITH_TIMEOUT(rows() == 4, qPrintable(w.txtLog->text() + s.shown()), 60000);
+        const JobRecord again = JobHistory::rows().first();
+        QCOMPARE(again.language, "PDF");
+        QCOMPARE(again.status, "done");
+        QCOMPARE(again.pages, 1);
+        QVERIFY(QFileInfo(s.jobPath(again.outputs.value(0))).isFile());
+        QTRY_COMPARE(jobs->model->rowCount(), 4); // live rows
+    }
+
     void hangingProgramIsStopped()
     {
         QTemporaryDir dir;
