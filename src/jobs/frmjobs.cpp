@@ -97,6 +97,7 @@ FrmJobs::FrmJobs(QWidget* parent) : QWidget(parent)
     tblJobs->setSelectionMode(QAbstractItemView::SingleSelection);
     tblJobs->horizontalHeader()->setStretchLastSection(true);
     tblJobs->verticalHeader()->hide();
+    tblJobs->setWordWrap(false);
     root->addWidget(tblJobs, 1);
 
     auto* actions = new QHBoxLayout;
@@ -140,6 +141,7 @@ void FrmJobs::reload()
                           cell(r.bytes), cell(r.outputs.join(QStringLiteral(", "))),
                           cell(r.status)});
     }
+    tblJobs->resizeColumnsToContents();
     for (int row = 0; row < view->rowCount(); ++row)
         if (view->index(row, Time).data(Qt::UserRole).toLongLong() == chosen)
             tblJobs->selectRow(row);
