@@ -12,9 +12,9 @@ AfterSave::Setup AfterSave::fromSettings()
 {
     Setup s;
     const QString word = SettingsStore::get(QStringLiteral("AfterSave")).trimmed().toLower();
-    s.action = word == QLatin1String("open") ? Action::Open
+    s.action = word == QLatin1String("open")  ? Action::Open
                : word == QLatin1String("run") ? Action::Run
-                                               : Action::Nothing;
+                                              : Action::Nothing;
     s.program = SettingsStore::get(QStringLiteral("AfterSaveProgram")).trimmed();
     bool ok = false;
     const int seconds = SettingsStore::get(QStringLiteral("AfterSaveTimeout")).toInt(&ok);
@@ -65,12 +65,12 @@ void AfterSave::run(const QString& program, const QString& file, int timeoutSeco
             [this, p, program, path, file](int code, QProcess::ExitStatus status) {
                 const bool killed = p->property("killed").toBool();
                 if (!killed)
-                    m_log(status == QProcess::NormalExit
-                              ? QStringLiteral("After saving: %1 \"%2\" ended with exit code %3")
-                                    .arg(program, path)
-                                    .arg(code)
-                              : QStringLiteral("After saving: %1 \"%2\" crashed")
-                                    .arg(program, path));
+                    m_log(
+                        status == QProcess::NormalExit
+                            ? QStringLiteral("After saving: %1 \"%2\" ended with exit code %3")
+                                  .arg(program, path)
+                                  .arg(code)
+                            : QStringLiteral("After saving: %1 \"%2\" crashed").arg(program, path));
                 --m_running;
                 emit ended(file, code, killed);
                 p->deleteLater();

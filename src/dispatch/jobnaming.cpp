@@ -71,12 +71,13 @@ QString JobNaming::problem(const QString& pattern)
     if (p.contains(QLatin1String("..")))
         return QStringLiteral("no \"..\" in a name");
     static const QRegularExpression token(QStringLiteral("\\{([^}]*)\\}"));
-    static const QStringList known{"title", "user",    "client",  "host",
-                                   "date",  "time",    "counter", "language"};
+    static const QStringList known{"title", "user", "client",  "host",
+                                   "date",  "time", "counter", "language"};
     for (auto m = token.globalMatch(p); m.hasNext();) {
         const QString name = m.next().captured(1);
         if (!known.contains(name))
-            return QStringLiteral("no token {%1}; the tokens are {%2}").arg(name, known.join("}, {"));
+            return QStringLiteral("no token {%1}; the tokens are {%2}")
+                .arg(name, known.join("}, {"));
     }
     for (const QString& part : p.split(u'/'))
         if (part.trimmed().isEmpty())

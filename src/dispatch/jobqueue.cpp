@@ -159,10 +159,10 @@ void JobQueue::next()
             break;
         // The output's name is taken now, as a new file: never through a link, never twice.
         QString why;
-        const auto result = naming.applies(job)
-                                ? (naming.name(job, &why) ? safefile::Result::Written
-                                                          : safefile::Result::Failed)
-                                : WriteNoFollow(job.outputPath, {}, safefile::Mode::Exclusive, &why);
+        const auto result =
+            naming.applies(job)
+                ? (naming.name(job, &why) ? safefile::Result::Written : safefile::Result::Failed)
+                : WriteNoFollow(job.outputPath, {}, safefile::Mode::Exclusive, &why);
         if (result == safefile::Result::Written)
             break;
         if (result == safefile::Result::Failed) {
@@ -224,9 +224,9 @@ QString JobQueue::spoolAsPdf(Entry& entry, JobLanguage language)
 bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unreadable)
 {
     // The spooled bytes are the job as it came: moved, never rewritten.
-    const QString kept = MoveJobFile(entry.spoolPath, m_folder,
-                                     JobNaming::fromSettings().keptName(job),
-                                     KeptExtension(job.language));
+    const QString kept =
+        MoveJobFile(entry.spoolPath, m_folder, JobNaming::fromSettings().keptName(job),
+                    KeptExtension(job.language));
     if (kept.isEmpty()) {
         stall(QStringLiteral("%1 cannot be moved there")
                   .arg(QDir::toNativeSeparators(entry.spoolPath)));
@@ -238,8 +238,7 @@ bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unrea
     job.outputPath.clear();
     m_busy = true;
     m_host.shown(job, QString());
-    JobOutcome outcome{
-        JobOutcome::Status::KeptUnconverted, QString(), {job.relative(kept)}, -1};
+    JobOutcome outcome{JobOutcome::Status::KeptUnconverted, QString(), {job.relative(kept)}, -1};
     RunGuarded([&] { outcome = m_host.dispatcher().keepUnconverted(job, kept, unreadable); });
     done(job, outcome);
     return true;

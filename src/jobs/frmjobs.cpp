@@ -80,11 +80,10 @@ FrmJobs::FrmJobs(QWidget* parent) : QWidget(parent)
     root->addLayout(top);
 
     model = new QStandardItemModel(0, Columns, this);
-    model->setHorizontalHeaderLabels({QStringLiteral("Time"), QStringLiteral("Client"),
-                                      QStringLiteral("User"), QStringLiteral("Title"),
-                                      QStringLiteral("Language"), QStringLiteral("Pages"),
-                                      QStringLiteral("Size"), QStringLiteral("Output"),
-                                      QStringLiteral("Status")});
+    model->setHorizontalHeaderLabels(
+        {QStringLiteral("Time"), QStringLiteral("Client"), QStringLiteral("User"),
+         QStringLiteral("Title"), QStringLiteral("Language"), QStringLiteral("Pages"),
+         QStringLiteral("Size"), QStringLiteral("Output"), QStringLiteral("Status")});
     view = new JobFilter(this);
     view->setSourceModel(model);
     view->setSortRole(kSortRole);
@@ -136,10 +135,10 @@ void FrmJobs::reload()
     model->removeRows(0, model->rowCount());
     for (const JobRecord& r : m_rows) {
         const QString when = r.finished.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
-        model->appendRow({cell(when, r.id), cell(r.clientText()), cell(r.user), cell(r.title),
-                          cell(r.language), cell(r.pages >= 0 ? QVariant(r.pages) : QVariant(), 0, r.pages),
-                          cell(r.bytes), cell(r.outputs.join(QStringLiteral(", "))),
-                          cell(r.status)});
+        model->appendRow(
+            {cell(when, r.id), cell(r.clientText()), cell(r.user), cell(r.title), cell(r.language),
+             cell(r.pages >= 0 ? QVariant(r.pages) : QVariant(), 0, r.pages), cell(r.bytes),
+             cell(r.outputs.join(QStringLiteral(", "))), cell(r.status)});
     }
     tblJobs->resizeColumnsToContents();
     for (int row = 0; row < view->rowCount(); ++row)

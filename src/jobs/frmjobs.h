@@ -40,7 +40,6 @@ public:
     // it could not be taken. consume: the file is the job's (a retried PostScript) and goes.
     std::function<bool(const QString&, bool consume)> resubmit;
 
-
     QLineEdit* txtSearch = nullptr;
     QComboBox* cboStatus = nullptr; // "All", then each status
     QTableView* tblJobs = nullptr;

@@ -58,9 +58,9 @@ void FrmPreferences::build()
     tabPages = new QTabWidget(this);
     root->addWidget(tabPages);
     QMap<Prefs::Page, QFormLayout*> forms;
-    for (const Prefs::Page page : {Prefs::Page::Receiving, Prefs::Page::Conversion,
-                                   Prefs::Page::Names, Prefs::Page::AfterSaving,
-                                   Prefs::Page::Cloud}) {
+    for (const Prefs::Page page :
+         {Prefs::Page::Receiving, Prefs::Page::Conversion, Prefs::Page::Names,
+          Prefs::Page::AfterSaving, Prefs::Page::Cloud}) {
         auto* w = new QWidget(tabPages);
         forms[page] = new QFormLayout(w);
         tabPages->addTab(w, Prefs::pageTitle(page));
@@ -109,10 +109,10 @@ void FrmPreferences::build()
                 const bool folder = f.kind == Prefs::Kind::Folder;
                 connect(pick, &QPushButton::clicked, this, Guarded([this, line, folder] {
                             const QString chosen =
-                                folder ? QFileDialog::getExistingDirectory(this, QString(),
-                                                                           line->text())
-                                       : QFileDialog::getOpenFileName(this, QString(),
-                                                                      line->text());
+                                folder
+                                    ? QFileDialog::getExistingDirectory(this, QString(),
+                                                                        line->text())
+                                    : QFileDialog::getOpenFileName(this, QString(), line->text());
                             if (!chosen.isEmpty())
                                 line->setText(QDir::toNativeSeparators(chosen));
                         }));
@@ -199,9 +199,9 @@ bool FrmPreferences::validate()
     const Prefs::Field* f = Prefs::field(first);
     tabPages->setCurrentIndex(int(f->page));
     m_editors.value(first)->setFocus();
-    lblProblem->setText(QStringLiteral("%1, %2: %3")
-                            .arg(Prefs::pageTitle(f->page), f->label,
-                                 m_editors.value(first)->toolTip()));
+    lblProblem->setText(
+        QStringLiteral("%1, %2: %3")
+            .arg(Prefs::pageTitle(f->page), f->label, m_editors.value(first)->toolTip()));
     return false;
 }
 
@@ -233,10 +233,11 @@ void FrmPreferences::refreshPreview()
     sample.user = QStringLiteral("alice");
     sample.client = QStringLiteral("192.168.1.20");
     sample.received = QDateTime::currentDateTime();
-    const QString base = JobNaming(pattern).templated()
-                             ? JobNaming(pattern).expand(
-                                   sample, SettingsStore::get(JobNaming::kCounterKey).toLongLong() + 1)
-                             : jobBaseName(sample.received);
+    const QString base =
+        JobNaming(pattern).templated()
+            ? JobNaming(pattern).expand(sample,
+                                        SettingsStore::get(JobNaming::kCounterKey).toLongLong() + 1)
+            : jobBaseName(sample.received);
     const QString folder = textOf(m_editors.value(Prefs::kJobFolder)).trimmed();
     lblPreview->setText(QDir::toNativeSeparators(
         QDir(folder.isEmpty() ? Paths::jobFolder() : folder).filePath(base + ".pdf")));

@@ -27,8 +27,8 @@ public:
     void accept() override;
 
     QTabWidget* tabPages = nullptr;
-    QLabel* lblPreview = nullptr; // what the name template gives for a sample job
-    QLabel* lblProblem = nullptr; // why OK was refused
+    QLabel* lblPreview = nullptr;   // what the name template gives for a sample job
+    QLabel* lblProblem = nullptr;   // why OK was refused
     QPushButton* cmdTest = nullptr; // "Test connection"
     QPlainTextEdit* txtTest = nullptr;
     QDialogButtonBox* buttons = nullptr;

@@ -3,9 +3,9 @@
 #include "server/frmmain.h"
 
 #include "common/log.h"
+#include "common/msgbox.h"
 #include "common/paths.h"
 #include "common/runtimeerror.h"
-#include "common/msgbox.h"
 #include "dispatch/aftersave.h"
 #include "dispatch/jobfiles.h"
 #include "dispatch/jobqueue.h"
@@ -48,12 +48,12 @@ void frmMain::showPreferences()
         m_FrmPreferences =
             new FrmPreferences({{Prefs::kPort, QString::number(m_Listen.port)}}, this);
         m_FrmPreferences->setWindowFlag(Qt::Window);
-        connect(m_FrmPreferences, &FrmPreferences::saved, this,
-                Guarded([this](const QMap<QString, QString>& changed) {
-                    applyPreferences(changed);
-                }));
+        connect(
+            m_FrmPreferences, &FrmPreferences::saved, this,
+            Guarded([this](const QMap<QString, QString>& changed) { applyPreferences(changed); }));
         connect(m_FrmPreferences, &QDialog::finished, m_FrmPreferences, &QObject::deleteLater);
-        connect(m_FrmPreferences, &QObject::destroyed, this, [this] { m_FrmPreferences = nullptr; });
+        connect(m_FrmPreferences, &QObject::destroyed, this,
+                [this] { m_FrmPreferences = nullptr; });
     }
     m_FrmPreferences->show();
     m_FrmPreferences->raise();
@@ -125,14 +125,14 @@ void frmMain::applyPreferences(const QMap<QString, QString>& changed)
     const auto number = [&](const char* key) { return changed.value(QLatin1String(key)).toInt(); };
     if (changed.contains(QStringLiteral("AllowNetworks"))) {
         m_Listen.allowed.clear();
-        for (const QString& net : changed.value(QStringLiteral("AllowNetworks"))
-                                      .split(QRegularExpression(QStringLiteral("[,\\s]+")),
-                                             Qt::SkipEmptyParts))
+        for (const QString& net :
+             changed.value(QStringLiteral("AllowNetworks"))
+                 .split(QRegularExpression(QStringLiteral("[,\\s]+")), Qt::SkipEmptyParts))
             m_Listen.allowed << QHostAddress::parseSubnet(net);
-        txtLog->append(m_Listen.allowed.isEmpty()
-                      ? QStringLiteral("Connections are taken from every network")
-                      : QStringLiteral("Connections are taken only from %1")
-                            .arg(m_Listen.allowedText()));
+        txtLog->append(
+            m_Listen.allowed.isEmpty()
+                ? QStringLiteral("Connections are taken from every network")
+                : QStringLiteral("Connections are taken only from %1").arg(m_Listen.allowedText()));
     }
     if (changed.contains(QStringLiteral("MaxConnections")))
         m_Listen.maxConnections = number("MaxConnections");
@@ -149,10 +149,10 @@ void frmMain::applyPreferences(const QMap<QString, QString>& changed)
     if (changed.contains(Prefs::kJobFolder)) {
         Paths::resetJobFolder();
         txtLog->append(QStringLiteral("Jobs are kept in %1%2")
-                      .arg(Paths::ensureJobFolder(),
-                           m_JobQueue ? QStringLiteral(" from the next start (the job queue "
-                                                       "keeps its folder while it runs)")
-                                      : QString()));
+                           .arg(Paths::ensureJobFolder(),
+                                m_JobQueue ? QStringLiteral(" from the next start (the job queue "
+                                                            "keeps its folder while it runs)")
+                                           : QString()));
     }
     for (const char* later : {"JobQueue", "Workers", "Output", "Colour"})
         if (changed.contains(QLatin1String(later)))
@@ -164,13 +164,13 @@ void frmMain::applyPreferences(const QMap<QString, QString>& changed)
         m_Listen.port = quint16(changed.value(Prefs::kPort).toUInt());
     if (changed.contains(QStringLiteral("ListenAddress"))) {
         const QString address = changed.value(QStringLiteral("ListenAddress")).trimmed();
-        m_Listen.address = address.isEmpty() ? QHostAddress(QHostAddress::Any)
-                                             : QHostAddress(address);
+        m_Listen.address =
+            address.isEmpty() ? QHostAddress(QHostAddress::Any) : QHostAddress(address);
     }
     txtLog->append(QStringLiteral("The listener restarts on %1 port %2, as the preferences now say")
-                  .arg(m_Listen.address == QHostAddress::Any ? QStringLiteral("every address")
-                                                             : m_Listen.address.toString())
-                  .arg(m_Listen.port));
+                       .arg(m_Listen.address == QHostAddress::Any ? QStringLiteral("every address")
+                                                                  : m_Listen.address.toString())
+                       .arg(m_Listen.port));
     m_Socket0.reset();
     RunGuarded([this] { startListening(); });
 }

@@ -208,9 +208,9 @@ bool RunOptions::parse(const QStringList& arguments)
         if (ok && n >= 1 && n <= 65535)
             listen.port = quint16(n);
         else
-            Log::line(QStringLiteral("Setting Port: a port number, not \"%1\"; 9100 is used")
-                          .arg(kept),
-                      true);
+            Log::line(
+                QStringLiteral("Setting Port: a port number, not \"%1\"; 9100 is used").arg(kept),
+                true);
     }
     if (!parseListen(parser, listenOpt, allowOpt, maxOpt))
         return false;

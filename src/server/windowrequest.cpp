@@ -46,8 +46,8 @@ void WindowRequest::listen(QObject* parent, std::function<void(const QString&)> 
             if (!c->canReadLine())
                 return;
             const QString window = QString::fromUtf8(c->readLine()).trimmed();
-            const bool known = window == QLatin1String("preferences") ||
-                               window == QLatin1String("jobs");
+            const bool known =
+                window == QLatin1String("preferences") || window == QLatin1String("jobs");
             c->write(known ? "ok\n" : "unknown\n");
             c->flush();
             if (known)

@@ -175,7 +175,8 @@ private slots:
         QStringList shown = prefs.txtTest->toPlainText().split(u'\n');
         QCOMPARE(shown.takeLast(), exit == 0 ? "All checks passed." : "The check failed.");
         const QRegularExpression probeName("quorvel-check-\\w+");
-        QCOMPARE(shown.join(u'\n').replace(probeName, "P"), r.lines.join(u'\n').replace(probeName, "P"));
+        QCOMPARE(shown.join(u'\n').replace(probeName, "P"),
+                 r.lines.join(u'\n').replace(probeName, "P"));
         // The probe never stays.
         QCOMPARE(QDir(share["DAV_ROOT"] + "/CloudPrint").entryList({"quorvel-check-*"}),
                  QStringList());

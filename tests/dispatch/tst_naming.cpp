@@ -61,8 +61,9 @@ private slots:
         job.user = user;
         job.client = "10.0.0.7";
         QVERIFY(JobNaming(pattern).name(job));
-        QCOMPARE(job.relative(job.outputPath),
-                 QString(expected).replace("HOST", JobNaming::safePart(QHostInfo::localHostName())));
+        QCOMPARE(
+            job.relative(job.outputPath),
+            QString(expected).replace("HOST", JobNaming::safePart(QHostInfo::localHostName())));
         QCOMPARE(QFileInfo(job.outputPath).isFile(), !pattern.isEmpty()); // taken: made now
         QCOMPARE(job.exclusive, !pattern.isEmpty());
         QCOMPARE(job.psPath, dir.filePath("File_260304_050607.ps")); // never templated
@@ -74,12 +75,18 @@ private slots:
     {
         QTest::addColumn<QString>("pattern");
         QTest::addColumn<QString>("problem");
-        QTest::newRow("fine") << "{user}/{date}/{title}" << "";
-        QTest::newRow("parent") << "../{title}" << "no \"..\"";
-        QTest::newRow("absolute") << "/tmp/{title}" << "not an absolute path";
-        QTest::newRow("drive") << "C:\\x" << "not an absolute path";
-        QTest::newRow("unknown token") << "{titel}" << "no token {titel}";
-        QTest::newRow("empty folder") << "{user}//{title}" << "an empty folder name";
+        QTest::newRow("fine") << "{user}/{date}/{title}"
+                              << "";
+        QTest::newRow("parent") << "../{title}"
+                                << "no \"..\"";
+        QTest::newRow("absolute") << "/tmp/{title}"
+                                  << "not an absolute path";
+        QTest::newRow("drive") << "C:\\x"
+                               << "not an absolute path";
+        QTest::newRow("unknown token") << "{titel}"
+                                       << "no token {titel}";
+        QTest::newRow("empty folder") << "{user}//{title}"
+                                      << "an empty folder name";
     }
     void templatesThePreferencesRefuse()
     {
@@ -120,7 +127,8 @@ private slots:
         const QByteArray job = output == "bytes"
                                    ? QByteArray("\x01\x02 no language\n")
                                    : "%!PS-Adobe-3.0\n%%Title: Rapport \xc3\xa9\n%%For: alice\n"
-                                     "%%EndComments\n" + page + page;
+                                     "%%EndComments\n" +
+                                         page + page;
         QStringList args{"--output", output == "bytes" ? "pdf" : output};
         if (queue)
             args << "--job-queue";

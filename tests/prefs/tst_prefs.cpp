@@ -46,7 +46,8 @@ QString program(const QTemporaryDir& dir, const QByteArray& lines)
 // Writes its arguments, one a line, to out and ends with code 3.
 QString recorder(const QTemporaryDir& dir)
 {
-    return program(dir, "printf '%s\\n' \"$@\" > \"" + dir.filePath("out").toUtf8() + "\"\nexit 3\n");
+    return program(dir,
+                   "printf '%s\\n' \"$@\" > \"" + dir.filePath("out").toUtf8() + "\"\nexit 3\n");
 }
 } // namespace
 

@@ -136,12 +136,15 @@ private slots:
         QFETCH(QStringList, args);
         QFETCH(QString, expected);
         TestServer s;
-        for (auto [key, value] : {std::pair{"Port", "9200"}, {"Output", "jpeg"}, {"Colour", "true"},
+        for (auto [key, value] : {std::pair{"Port", "9200"},
+                                  {"Output", "jpeg"},
+                                  {"Colour", "true"},
                                   {"CloudPoll", "30"}})
             s.put(key, value);
         const RunOptions o = parsed(args);
-        QCOMPARE(QString("%1 %2 %3 %4").arg(o.listen.port).arg(o.output).arg(o.colour).arg(o.cloudPoll),
-                 expected);
+        QCOMPARE(
+            QString("%1 %2 %3 %4").arg(o.listen.port).arg(o.output).arg(o.colour).arg(o.cloudPoll),
+            expected);
     }
 
     void printerIsChosenAsAClickWould()
