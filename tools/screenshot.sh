@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the real program on a private Xvfb display with a tray host and keeps
-# the README's pictures: the main window, the tray icon, the tray menu
-# and the cloud server list.
+# the README's pictures: the main window, the tray icon, the tray menu,
+# the cloud server list, the jobs window with sample rows and each page of
+# the preferences.
 #   screenshot.sh QUORVEL_BINARY OUTDIR
 set -euo pipefail
 bin=$1
@@ -47,6 +48,7 @@ ClientNotes1=Alice's printer at the office
 Selected1=Y
 CloudClientUserId=office-pc
 CloudClientServerId=alice@example.org
+NameTemplate={user}/{date}/{title}
 INI
 
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
@@ -100,3 +102,25 @@ capture tray-menu -window root -crop "180x80+$((x + w - 180))+0"
 xdotool key Escape
 xdotool windowfocus --sync "$win" key --delay 100 Tab Tab space
 capture server-list -window "$(visible_window 'Cloud Server List')"
+
+# Two sample jobs (a second apart: the window's naming gives one name per second) for the jobs
+# window, which --jobs opens in the running instance, as --preferences opens the preferences.
+for title in "Quarterly report" "Minutes of the meeting"; do
+    python3 - "$port" "$title" <<'PY'
+import socket, sys
+s = socket.create_connection(("127.0.0.1", int(sys.argv[1])))
+s.sendall(b"%!PS-Adobe-3.0\n%%Title: " + sys.argv[2].encode() + b"\n%%For: alice\n"
+          b"%%EndComments\n/Helvetica 24 selectfont 72 700 moveto (Hello) show showpage\n")
+s.close()
+PY
+    sleep 1.1
+done
+for _ in $(seq 300); do [ "$(grep -c '^Job .* -> ' "$work/quorvel.log")" -ge 2 ] && break; sleep 0.1; done
+QUORVEL_SETTINGS_DIR="$work/settings" "$bin" --jobs || fail "--jobs was not taken"
+capture jobs -window "$(visible_window 'Quorvel Jobs')"
+QUORVEL_SETTINGS_DIR="$work/settings" "$bin" --preferences || fail "--preferences was not taken"
+prefs=$(visible_window 'Quorvel Preferences')
+for page in receiving conversion file-names after-saving cloud-share; do
+    capture "preferences-$page" -window "$prefs"
+    xdotool windowfocus --sync "$prefs" key ctrl+Tab
+done

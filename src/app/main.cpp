@@ -7,6 +7,7 @@
 #include "server/frmmain.h"
 #include "server/programids.h"
 #include "server/runoptions.h"
+#include "server/windowrequest.h"
 
 #include <QApplication>
 #include <cstdio>
@@ -45,7 +46,13 @@ int main(int argc, char* argv[])
         Log::line(
             QStringLiteral("Quorvel runs headless; jobs are kept in %1").arg(Paths::jobFolder()));
 
+    if (!options.headless && !options.openWindow.isEmpty() &&
+        WindowRequest::sendToRunning(options.openWindow))
+        return 0;
+
     frmMain window(options.listen, ProgramIds::load(), nullptr, options.jobs);
+    if (!options.headless)
+        WindowRequest::listen(&window, [&window](const QString& w) { window.openWindow(w); });
     options.apply(window);
     if (options.headless && !window.isListening())
         return 1;

@@ -9,6 +9,7 @@ namespace
 {
 MsgMode g_mode = MsgMode::Headless;
 MsgRecorder g_recorder;
+bool g_answer = false;
 
 QMessageBox::Icon toQt(MsgIcon icon)
 {
@@ -54,4 +55,23 @@ void MsgBox(const QString& text, MsgIcon icon, const QString& title)
     }
     QMessageBox box(toQt(icon), shownTitle, text, QMessageBox::Ok);
     box.exec();
+}
+
+void setMsgAnswer(bool yes)
+{
+    g_answer = yes;
+}
+
+bool MsgAsk(const QString& text, const QString& title)
+{
+    if (g_recorder) {
+        g_recorder(Message{text, MsgIcon::Question, title});
+        return g_answer;
+    }
+    const QString shownTitle = title.isEmpty() ? QStringLiteral("Quorvel") : title;
+    if (g_mode == MsgMode::Headless || !qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        Log::line(QStringLiteral("[question] %1: %2 (answered No)").arg(shownTitle, text), true);
+        return false;
+    }
+    return QMessageBox::question(nullptr, shownTitle, text) == QMessageBox::Yes;
 }

@@ -18,6 +18,11 @@ enum class MsgMode { Gui, Headless };
 
 void MsgBox(const QString& text, MsgIcon icon = MsgIcon::None, const QString& title = QString());
 
+// A Yes/No question: true for Yes. Headless runs answer No (logged); a
+// recorder gets it as a Question and the answer set with setMsgAnswer.
+bool MsgAsk(const QString& text, const QString& title = QString());
+void setMsgAnswer(bool yes);
+
 // Headless (log and stderr) or GUI (modal box).
 void setMsgMode(MsgMode mode);
 MsgMode msgMode();

@@ -1,6 +1,7 @@
 #include "common/paths.h"
 
 #include "common/log.h"
+#include "common/settings.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -43,6 +44,15 @@ void Paths::setProgramFolder(const QString& folder)
 QString Paths::jobFolder()
 {
     if (g_jobFolder.isEmpty()) {
+        const QString chosen = SettingsStore::get(QStringLiteral("JobFolder")).trimmed();
+        if (!chosen.isEmpty() && QDir().mkpath(chosen))
+            return g_jobFolder = QDir::toNativeSeparators(QDir::cleanPath(chosen));
+        if (!chosen.isEmpty())
+            Log::line(QStringLiteral("Setting JobFolder: %1 cannot be made; the usual folder is "
+                                     "used")
+                          .arg(chosen));
+    }
+    if (g_jobFolder.isEmpty()) {
         const QString beside = join(programFolder(), kJobFolderName);
 #ifdef Q_OS_WIN
         const bool installed = false;
@@ -66,6 +76,11 @@ QString Paths::jobFolder()
         }
     }
     return g_jobFolder;
+}
+
+void Paths::resetJobFolder()
+{
+    g_jobFolder.clear();
 }
 
 QString Paths::ensureJobFolder()

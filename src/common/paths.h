@@ -13,6 +13,8 @@ void setProgramFolder(const QString& folder);
 // Created by ensureJobFolder().
 QString jobFolder();
 QString ensureJobFolder();
+// The JobFolder setting, when set, replaces the folder above; read again after this.
+void resetJobFolder();
 // Joins with the platform's separator, as shown to the user.
 QString join(const QString& folder, const QString& name);
 QString separator();

@@ -18,6 +18,8 @@ struct Job {
     bool exclusive = false; // files made new only, never through a link (--job-queue)
     // What is known of it when it is named, for the log line and the history.
     QString client; // the sender's address, or where the job came from otherwise
+    QString clientName; // the sender's reverse DNS name, when known
+    QString folder;     // the job folder: outputs are named relative to it
     QDateTime received;
     qint64 bytes = 0;
     QString title;
@@ -26,6 +28,8 @@ struct Job {
     // Language, title and user read from its bytes.
     void readFrom(QByteArrayView bytes);
     // The job's files in the job folder.
+    // A file of the job as the history and the log name it: relative to the job folder.
+    QString relative(const QString& path) const;
     static Job named(const QString& baseName, const OutputChoice& choice, const QString& folder);
 };
 

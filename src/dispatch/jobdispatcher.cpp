@@ -78,7 +78,7 @@ JobOutcome JobDispatcher::complete(const Job& job, const std::shared_ptr<const G
         if (stop())
             break;
         outcome.pages = PdfPageCount(job.outputPath);
-        outcome.outputs << QFileInfo(job.outputPath).fileName();
+        outcome.outputs << job.relative(job.outputPath);
         break;
     case Action::Image:
         waitUntil([&] { return (ended() && TiffLoad(image, job.outputPath)) || stop(); });
@@ -90,7 +90,7 @@ JobOutcome JobDispatcher::complete(const Job& job, const std::shared_ptr<const G
             step([&] { WipeUntilDone(job.outputPath); });
             outcome.outputs = jpegPages(job, outcome.pages);
         } else {
-            outcome.outputs << QFileInfo(job.outputPath).fileName();
+            outcome.outputs << job.relative(job.outputPath);
         }
         break;
     default:
@@ -123,7 +123,7 @@ QStringList JobDispatcher::jpegPages(const Job& job, int frames) const
         const QString name = frames <= 1 ? prefix + QStringLiteral(".jpg")
                                          : prefix + QStringLiteral("_00%1.jpg").arg(page);
         if (QFileInfo::exists(name))
-            names << QFileInfo(name).fileName();
+            names << job.relative(name);
     }
     return names;
 }
@@ -143,7 +143,7 @@ QString JobDispatcher::keepPartial(const Job& job, JobOutcome& outcome) const
                 .arg(pages)
                 .arg(QDir::toNativeSeparators(to));
         outcome.status = JobOutcome::Status::Partial;
-        outcome.outputs << QFileInfo(to).fileName();
+        outcome.outputs << job.relative(to);
         return QStringLiteral("the %1 pages made before the error are kept as %2")
             .arg(pages)
             .arg(QDir::toNativeSeparators(to));
@@ -189,7 +189,7 @@ JobOutcome JobDispatcher::keepUnconverted(const Job& job, const QString& keptPat
                                           const QString& unreadable) const
 {
     JobOutcome outcome{
-        JobOutcome::Status::KeptUnconverted, unreadable, {QFileInfo(keptPath).fileName()}, -1};
+        JobOutcome::Status::KeptUnconverted, unreadable, {job.relative(keptPath)}, -1};
     const QString kept = QDir::toNativeSeparators(keptPath);
     const QString what =
         job.language == JobLanguage::Unknown

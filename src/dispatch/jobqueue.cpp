@@ -4,6 +4,7 @@
 #include "common/runtimeerror.h"
 #include "convert/pageimages.h"
 #include "dispatch/jobfiles.h"
+#include "dispatch/jobnaming.h"
 #include "platform/safefile.h"
 
 #include <QDateTime>
@@ -248,6 +249,8 @@ bool JobQueue::startNext()
     const OutputChoice choice = m_host.choice();
     Job about = Job::named(jobBaseName(), choice, m_folder);
     about.client = entry.from;
+    if (m_host.clientName)
+        about.clientName = m_host.clientName(entry.from);
     about.exclusive = true;
     about.received = entry.received;
     readSpooled(about, entry.spoolPath);
@@ -262,6 +265,7 @@ bool JobQueue::startNext()
         return false;
     }
     Job job = about;
+    const JobNaming naming = JobNaming::fromSettings();
     for (;;) {
         const Job named = Job::named(FreeJobName(m_folder, jobBaseName()), choice, m_folder);
         job.baseName = named.baseName;
@@ -271,7 +275,10 @@ bool JobQueue::startNext()
             break;
         // The output's name is taken now, as a new file: never through a link, never twice.
         QString why;
-        const auto result = WriteNoFollow(job.outputPath, {}, safefile::Mode::Exclusive, &why);
+        const auto result =
+            naming.applies(job)
+                ? (naming.name(job, &why) ? safefile::Result::Written : safefile::Result::Failed)
+                : WriteNoFollow(job.outputPath, {}, safefile::Mode::Exclusive, &why);
         if (result == safefile::Result::Written)
             break;
         if (result == safefile::Result::Failed) {
@@ -343,7 +350,8 @@ bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unrea
 {
     // The spooled bytes are the job as it came: moved, never rewritten.
     const QString kept =
-        MoveJobFile(entry.spoolPath, m_folder, job.baseName, KeptExtension(job.language));
+        MoveJobFile(entry.spoolPath, m_folder, JobNaming::fromSettings().keptName(job),
+                    KeptExtension(job.language));
     if (kept.isEmpty()) {
         stall(QStringLiteral("%1 cannot be moved there")
                   .arg(QDir::toNativeSeparators(entry.spoolPath)));
@@ -355,8 +363,7 @@ bool JobQueue::keepUnconverted(const Entry& entry, Job job, const QString& unrea
     job.outputPath.clear();
     m_jobs.pop_front();
     m_host.shown(job, QString());
-    JobOutcome outcome{
-        JobOutcome::Status::KeptUnconverted, QString(), {QFileInfo(kept).fileName()}, -1};
+    JobOutcome outcome{JobOutcome::Status::KeptUnconverted, QString(), {job.relative(kept)}, -1};
     RunGuarded([&] { outcome = m_host.dispatcher().keepUnconverted(job, kept, unreadable); });
     done(job, outcome);
     return true;

@@ -30,6 +30,7 @@ public:
         std::function<void(const Job&, const QByteArray&)> upload; // the cloud branch
         std::function<void(const Job&, const QString&)> shown;     // the job and its command line
         std::function<void(const Job&, const JobOutcome&)> ended;  // every job, once
+        std::function<QString(const QString&)> clientName; // an address's DNS name, if known
     };
     JobQueue(const QString& jobFolder, Host host, int workers, QObject* parent = nullptr);
 

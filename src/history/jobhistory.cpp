@@ -88,6 +88,11 @@ QString JobRecord::logLine() const
     return line;
 }
 
+QString JobRecord::clientText() const
+{
+    return clientAddress.isEmpty() ? clientName : client(clientAddress, clientName);
+}
+
 QString JobHistory::path()
 {
     return SettingsStore::besideFile(QStringLiteral("history.sqlite"));
@@ -125,6 +130,52 @@ bool JobHistory::add(const JobRecord& r, QString* why)
     if (why)
         *why = (q.lastError().isValid() ? q.lastError() : db.lastError()).text();
     db.rollback();
+    return false;
+}
+
+QList<JobRecord> JobHistory::rows(int last)
+{
+    QList<JobRecord> records;
+    QSqlDatabase db = database(nullptr);
+    if (!db.isOpen())
+        return records;
+    QSqlQuery q(db);
+    q.prepare(QStringLiteral("SELECT id, name, received, finished, client_address, client_name, "
+                             "language, title, user, pages, bytes, outputs, status, reason FROM "
+                             "jobs ORDER BY id DESC LIMIT ?"));
+    q.addBindValue(last);
+    q.exec();
+    while (q.next()) {
+        JobRecord r;
+        r.id = q.value(0).toLongLong();
+        r.name = q.value(1).toString();
+        r.received = QDateTime::fromString(q.value(2).toString(), Qt::ISODate).toLocalTime();
+        r.finished = QDateTime::fromString(q.value(3).toString(), Qt::ISODate).toLocalTime();
+        r.clientAddress = q.value(4).toString();
+        r.clientName = q.value(5).toString();
+        r.language = q.value(6).toString();
+        r.title = q.value(7).toString();
+        r.user = q.value(8).toString();
+        r.pages = q.value(9).isNull() ? -1 : q.value(9).toInt();
+        r.bytes = q.value(10).toLongLong();
+        r.outputs = q.value(11).toString().split(u'\n', Qt::SkipEmptyParts);
+        r.status = q.value(12).toString();
+        r.reason = q.value(13).toString();
+        records << r;
+    }
+    return records;
+}
+
+bool JobHistory::remove(qint64 id, QString* why)
+{
+    QSqlDatabase db = database(why);
+    QSqlQuery q(db);
+    q.prepare(QStringLiteral("DELETE FROM jobs WHERE id = ?"));
+    q.addBindValue(id);
+    if (db.isOpen() && q.exec())
+        return true;
+    if (why)
+        *why = q.lastError().text();
     return false;
 }
 

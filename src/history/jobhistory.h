@@ -6,6 +6,7 @@
 
 // What a job was, once it has ended: one line of the log and one row of the history.
 struct JobRecord {
+    qint64 id = 0;         // its row, once written
     QString name;          // File_yyMMdd_hhmmss
     QString clientAddress; // empty: not from the network ("Save And Print", the cloud share)
     QString clientName;    // reverse DNS, when known
@@ -22,6 +23,8 @@ struct JobRecord {
 
     // Job "Relevé" from alice (host, 192.168.1.20): PostScript, 3 pages -> File_....pdf
     QString logLine() const;
+    // "host, 192.168.1.20", the address alone, or the name of a local source.
+    QString clientText() const;
 };
 
 // The job history: a SQLite database beside the settings, one row per job,
@@ -32,6 +35,9 @@ QString path();
 // Writes the row and drops what is past keeping, in one transaction; false
 // (and why) when the database cannot be written.
 bool add(const JobRecord& record, QString* why = nullptr);
+// The last jobs, newest first.
+QList<JobRecord> rows(int last = 10000);
+bool remove(qint64 id, QString* why = nullptr);
 // The last jobs, newest first, as a table for a terminal.
 QString table(int last = 50);
 } // namespace JobHistory

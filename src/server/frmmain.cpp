@@ -51,6 +51,7 @@ frmMain::frmMain(ListenOptions listen, ProgramIds ids, QWidget* parent, JobOptio
     buildControls();
     setupCloud();
     setupTray();
+    setupPreferences();
     connectHandlers();
     RunGuarded([this] { Form_Load(); });
 }
@@ -376,7 +377,8 @@ void frmMain::settleJobOptions()
                  TxtPath->setText(job.outputPath);
              Text3->setText(commandLine);
          },
-         [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); }},
+         [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); },
+         [this](const QString& address) { return m_ClientNames.value(address); }},
         workers, this);
     addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1; "
                              "%2 converting at once")

@@ -38,6 +38,10 @@ class UcCloudSrvr;
 class FrmClSrLst;
 class JobDispatcher;
 class JobQueue;
+class AfterSave;
+class FrmPreferences;
+class FrmJobs;
+class QContextMenuEvent;
 
 // The main window: job state, output options, connection log, printer list,
 // the TCP listener and the tray icon. Its handlers are split by concern over
@@ -142,6 +146,20 @@ public:
     void ctlSysTrayBalloon1_PgmError(const QString& Source, int Code, const QString& Description);
     void ChkRun_Click();
 
+    // --- preferences and jobs windows (frmmain_prefs.cpp): Ctrl+, and Ctrl+J, the
+    // background's context menu, --preferences and --jobs ---
+    void showPreferences();
+    void showJobs();
+    void openWindow(const QString& name); // "preferences" or "jobs"
+    // A kept file (print again) or a failed job's PostScript (retry, consumed) as a new job.
+    bool resubmit(const QString& path, bool consume = false);
+    FrmPreferences* preferencesWindow() const { return m_FrmPreferences; }
+    FrmJobs* jobsWindow() const { return m_FrmJobs; }
+    // Takes what the preferences changed into the running program.
+    void applyPreferences(const QMap<QString, QString>& changed);
+    quint16 listenPort() const { return m_Listen.port; }
+    AfterSave* afterSave() const { return m_AfterSave; }
+
     // --- controls, named as the window shows them (docs/main-window.md) ---
     QGroupBox* Frame1 = nullptr;                     // hidden: the tray test buttons
     QGroupBox* Frame2 = nullptr;                     // everything the user works with
@@ -203,9 +221,11 @@ public:
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
     void showEvent(QShowEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override; // "Preferences...", "Jobs..."
 
 private:
     void buildControls();
+    void setupPreferences(); // frmmain_prefs.cpp
     void connectHandlers();
     void setupCloud();         // frmmain_cloud.cpp
     void setupTray();          // frmmain_tray.cpp
@@ -261,6 +281,10 @@ private:
     QString m_ClosingClient;              // the connection whose close dispatches the buffer
     QMap<QString, QString> m_ClientNames; // address -> reverse DNS name, looked up at connect
     FrmClSrLst* m_FrmClSrLst = nullptr;   // made at the first "Select Cloud Server"
+    FrmPreferences* m_FrmPreferences = nullptr; // made when first asked for
+    FrmJobs* m_FrmJobs = nullptr;
+    AfterSave* m_AfterSave = nullptr;
+    QTimer* m_CloudPoll = nullptr;
 
     // One fetch of waiting cloud files at a time, from the listing to the last delete.
     struct CloudFetch {

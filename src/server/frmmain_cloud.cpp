@@ -286,7 +286,13 @@ void frmMain::fetchCloudJobs(bool poll)
 
 void frmMain::startCloudPoll(int seconds)
 {
-    auto* poll = new QTimer(this);
-    connect(poll, &QTimer::timeout, this, Guarded([this] { fetchCloudJobs(true); }));
-    poll->start(seconds * 1000);
+    // One poll: a new interval from the preferences replaces the old one; 0 stops it.
+    if (!m_CloudPoll) {
+        m_CloudPoll = new QTimer(this);
+        connect(m_CloudPoll, &QTimer::timeout, this, Guarded([this] { fetchCloudJobs(true); }));
+    }
+    if (seconds > 0)
+        m_CloudPoll->start(seconds * 1000);
+    else
+        m_CloudPoll->stop();
 }

@@ -8,13 +8,17 @@
 #include "convert/imagefile.h"
 #include "convert/pageimages.h"
 #include "convert/tiffprint.h"
+#include "dispatch/aftersave.h"
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
+#include "dispatch/jobnaming.h"
 #include "dispatch/jobqueue.h"
 #include "history/jobhistory.h"
+#include "jobs/frmjobs.h"
 #include "language/joblanguage.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QHostAddress>
 #include <QHostInfo>
 #include <QLineEdit>
@@ -43,8 +47,10 @@ void frmMain::Command1_Click()
     job.client = std::exchange(m_ClosingClient, QString());
     if (job.client.isEmpty())
         job.client = QStringLiteral("Save And Print");
+    job.clientName = m_ClientNames.value(job.client);
     job.received = QDateTime::currentDateTime();
     job.readFrom(m_JobBuffer.view());
+    const JobNaming naming = JobNaming::fromSettings();
     if (job.choice.action == OutputChoice::Action::Cloud) {
         sendToCloud(job);
         jobEnded(job,
@@ -58,14 +64,20 @@ void frmMain::Command1_Click()
                                : QByteArray();
     if (!IsConverted(job.language) || !unreadable.isEmpty()) {
         // Never a fake document: the bytes are kept as they came.
-        const QString kept =
-            Paths::join(Paths::jobFolder(), m_FileName + KeptExtension(job.language));
+        const QString kept = naming.keptPath(job, KeptExtension(job.language));
         const JobDispatcher road = dispatcher();
         SaveJobFile(kept, m_JobBuffer.view(), false);
         m_JobBuffer.clear();
         jobEnded(job, road.keepUnconverted(job, kept, unreadable));
         return;
     }
+    QString why;
+    if (!naming.name(job, &why))
+        txtLog->append(QStringLiteral("No file can be made under the name template \"%1\" (%2): "
+                                      "the job is kept as %3")
+                           .arg(naming.pattern(), why, QDir::toNativeSeparators(job.outputPath)));
+    if (naming.applies(job))
+        TxtPath->setText(job.outputPath);
     SavePSFile(job, pdf.isEmpty() ? QByteArray(m_JobBuffer.view()) : pdf);
     const auto run = DoConvertPs2PdfImage(job);
     m_JobBuffer.clear();
@@ -109,10 +121,20 @@ void frmMain::jobEnded(const Job& job, const JobOutcome& outcome)
                                                            : QStringLiteral("failed");
     r.reason = outcome.reason;
     txtLog->append(r.logLine());
+    if (outcome.status != Status::Failed) {
+        QStringList files;
+        for (const QString& output : outcome.outputs)
+            if (const QString path = QDir(job.folder).filePath(output);
+                !job.folder.isEmpty() && QFileInfo(path).isFile())
+                files << path;
+        m_AfterSave->saved(files);
+    }
     QString why;
     if (!JobHistory::add(r, &why))
         txtLog->append(QStringLiteral("The job history %1 cannot be written: %2")
                            .arg(QDir::toNativeSeparators(JobHistory::path()), why));
+    if (m_FrmJobs) // its rows live
+        m_FrmJobs->reload();
 }
 
 OutputChoice frmMain::outputChoice() const

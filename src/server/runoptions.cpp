@@ -173,6 +173,12 @@ bool RunOptions::parse(const QStringList& arguments)
         {QStringLiteral("cloud-test"),
          QStringLiteral("Check the cloud share step by step, print a line per step and exit "
                         "(0: all passed).")}};
+    const QCommandLineOption windowOpts[] = {
+        {QStringLiteral("preferences"),
+         QStringLiteral("Show the preferences, in the running instance or a new one.")},
+        {QStringLiteral("jobs"),
+         QStringLiteral("Show the jobs window, in the running instance or a new one.")}};
+    parser.addOptions({windowOpts[0], windowOpts[1]});
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
                        registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
                        queueOpt, workersOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
@@ -199,6 +205,17 @@ bool RunOptions::parse(const QStringList& arguments)
         return false;
     }
     listen.port = quint16(p);
+    // The preferences' port, where the command line names none.
+    if (const QString kept = SettingsStore::get(QStringLiteral("Port")).trimmed();
+        !parser.isSet(portOpt) && !kept.isEmpty()) {
+        const uint n = kept.toUInt(&ok);
+        if (ok && n >= 1 && n <= 65535)
+            listen.port = quint16(n);
+        else
+            Log::line(
+                QStringLiteral("Setting Port: a port number, not \"%1\"; 9100 is used").arg(kept),
+                true);
+    }
     if (!parseListen(parser, listenOpt, allowOpt, maxOpt))
         return false;
     headless = headless || parser.isSet(headlessOpt);
@@ -212,12 +229,24 @@ bool RunOptions::parse(const QStringList& arguments)
         return false;
     }
     colour = parser.isSet(colourOpt);
+    // A headless run has no Output box to click: the preferences' choice stands in for it.
+    if (headless && !parser.isSet(outputOpt)) {
+        const QString kept = SettingsStore::get(QStringLiteral("Output")).trimmed().toLower();
+        if (std::any_of(outputWords().begin(), outputWords().end(),
+                        [&](const OutputWord& w) { return w.word == kept; }) &&
+            kept != QLatin1String("colour"))
+            output = kept;
+        colour = colour || SettingsStore::get(QStringLiteral("Colour")).trimmed() == "true";
+    }
     registerId = parser.value(registerOpt).trimmed();
     if (parser.isSet(registerOpt) && registerId.isEmpty()) {
         std::fprintf(stderr, "--register: a user id is needed\n");
         return false;
     }
     getCloudData = parser.isSet(getOpt);
+    if (const int kept = SettingsStore::get(QStringLiteral("CloudPoll")).toInt();
+        !parser.isSet(pollOpt) && kept >= 1 && kept <= 86400)
+        cloudPoll = kept;
     if (parser.isSet(pollOpt)) {
         cloudPoll = parser.value(pollOpt).toInt(&ok);
         if (!ok || cloudPoll < 1 || cloudPoll > 86400) {
@@ -250,6 +279,9 @@ bool RunOptions::parse(const QStringList& arguments)
     }
     cloudPasswordStdin = parser.isSet(cloudOpts[2]);
     cloudTest = parser.isSet(cloudOpts[3]);
+    for (const QCommandLineOption& o : windowOpts)
+        if (parser.isSet(o))
+            openWindow = o.names().constFirst();
     if (parser.isSet(queueOpt))
         jobs.jobQueue = true;
     if (parser.isSet(workersOpt)) {
@@ -349,4 +381,6 @@ void RunOptions::apply(frmMain& window) const
         window.fetchCloudJobs();
     if (cloudPoll > 0)
         window.startCloudPoll(cloudPoll);
+    if (!openWindow.isEmpty())
+        window.openWindow(openWindow);
 }

@@ -55,6 +55,7 @@ struct RunOptions {
     QString cloudUrl, cloudUser;
     bool cloudPasswordStdin = false;
     bool cloudTest = false;
+    QString openWindow; // --preferences, --jobs: "preferences" or "jobs"
 
     // Decides on --headless before the application exists (no display means headless).
     static RunOptions fromArguments(int argc, char* argv[]);

@@ -2,11 +2,15 @@
 // goes: a real Secret Service (gnome-keyring in a private D-Bus session), or none.
 #include "testsupport.h"
 
+#include "prefs/frmpreferences.h"
+
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QScopeGuard>
 
@@ -163,6 +167,16 @@ private slots:
         QVERIFY2(r.lines.indexOf(want) >= 0, qPrintable(all));
         if (settings.value("CloudCaFile") == share["DAV_HOME"])
             QVERIFY(r.log.contains("CloudCaFile: no PEM certificate in " + share["DAV_HOME"]));
+        // The preferences' "Test connection": the same check, the same lines.
+        SettingsStore::setFolder(dir.path());
+        FrmPreferences prefs;
+        prefs.cmdTest->click();
+        SettingsStore::setFolder({});
+        QStringList shown = prefs.txtTest->toPlainText().split(u'\n');
+        QCOMPARE(shown.takeLast(), exit == 0 ? "All checks passed." : "The check failed.");
+        const QRegularExpression probeName("quorvel-check-\\w+");
+        QCOMPARE(shown.join(u'\n').replace(probeName, "P"),
+                 r.lines.join(u'\n').replace(probeName, "P"));
         // The probe never stays.
         QCOMPARE(QDir(share["DAV_ROOT"] + "/CloudPrint").entryList({"quorvel-check-*"}),
                  QStringList());

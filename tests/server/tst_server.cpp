@@ -120,6 +120,33 @@ private slots:
         }
     }
 
+    // The preferences' Port, Output, Colour and CloudPoll count where the command line is silent.
+    void settingsStandInForOptions_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("expected"); // port, output, colour, poll
+        QTest::newRow("headless") << QStringList{"--headless"} << "9200 jpeg 1 30";
+        QTest::newRow("command line wins")
+            << QStringList{"--headless", "--port", "9300", "--output", "pdf", "--cloud-poll", "5"}
+            << "9300 pdf 0 5";
+        QTest::newRow("the window keeps its buttons") << QStringList{} << "9200  0 30";
+    }
+    void settingsStandInForOptions()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, expected);
+        TestServer s;
+        for (auto [key, value] : {std::pair{"Port", "9200"},
+                                  {"Output", "jpeg"},
+                                  {"Colour", "true"},
+                                  {"CloudPoll", "30"}})
+            s.put(key, value);
+        const RunOptions o = parsed(args);
+        QCOMPARE(
+            QString("%1 %2 %3 %4").arg(o.listen.port).arg(o.output).arg(o.colour).arg(o.cloudPoll),
+            expected);
+    }
+
     void printerIsChosenAsAClickWould()
     {
         TestServer s;
