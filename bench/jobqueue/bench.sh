@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Job queue: N one-page jobs (default 500) sent in a row to a headless Quorvel --job-queue
-# (--output pdf, as many workers as cores), from the first send to the last PDF, beside bare
+# Job queue: N one-page jobs (default 500) sent in a row, each on a connection of its own from
+# one sending process, to a headless Quorvel --job-queue (--output pdf, as many workers as
+# cores), from the first send to the last PDF, beside bare
 # gs converting the same N files with the same command line, same run: as many at once as
 # there are cores (xargs -P), and one after another.
 # Goal: at least 0.9 of the rate of bare gs with every core busy.
@@ -39,7 +40,7 @@ for _ in $(seq 200); do grep -q "Listening to port: $port" "$folder/log" && brea
 grep -q "$cores converting at once" "$folder/log" || { echo "jobqueue: not $cores workers" >&2; exit 1; }
 jobs="$folder/ImagesPdfExport"
 t0=$(now)
-for i in $(seq "$n"); do nc -N 127.0.0.1 "$port" < "$work/jobs/$i.ps"; done
+python3 "$(dirname "$0")/send.py" "$port" $(seq -f "$work/jobs/%g.ps" "$n")
 # Done: every job a PDF, the spool empty.
 while [ "$(grep -c ' page -> File_' "$folder/log")" -lt "$n" ] || [ -n "$(ls -A "$jobs/spool")" ]; do
     sleep 0.05
