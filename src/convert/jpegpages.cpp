@@ -35,7 +35,8 @@ std::future<EncodedJpeg> startEncode(const cDIBSection* dib)
 } // namespace
 
 void SaveJpegPages(ImageFile& image, int frames, const QString& prefix,
-                   const std::function<void(const QString&)>& pageFailed, bool exclusive)
+                   const std::function<void(const QString&)>& pageFailed, bool exclusive,
+                   const std::function<void(int)>& pageDone)
 {
     // Only the encode runs on another thread, at most one page per core;
     // decoding, messages, log lines and files stay here, in page order.
@@ -54,7 +55,10 @@ void SaveJpegPages(ImageFile& image, int frames, const QString& prefix,
         });
         if (!saved)
             ResumeNext([&] { pageFailed(prefix + number + QStringLiteral(".jpg")); });
+        const int done = p.number;
         pages.pop_front();
+        if (pageDone)
+            pageDone(done);
     };
     for (int page = 1; page <= frames; ++page) {
         Page p;

@@ -47,6 +47,7 @@ std::shared_ptr<const GsRun> JobDispatcher::convert(const Job& job,
                        .arg(QDir::toNativeSeparators(job.outputPath)));
         QFile::remove(job.outputPath);
     }
+    progress(job, 0, 0);
     return StartGhostscript(line, {job.baseName, job.outputPath, false, {}}, m_host.limits,
                             m_host.log, m_host.owner, std::move(done));
 }
@@ -266,9 +267,17 @@ void JobDispatcher::exportJpegPages(ImageFile& image, const Job& job, Steps& ste
         dib.CreateFromPicture(image.Picture());
         if (!SaveJPG(dib, prefix + QStringLiteral(".jpg"), 95, job.exclusive))
             failed(prefix + QStringLiteral(".jpg"));
+        progress(job, 1, 1);
         return;
     }
     // From the first page on, a failing step is passed over to the end of the dispatch.
     step.skipErrors = true;
-    SaveJpegPages(image, frames, prefix, failed, job.exclusive);
+    SaveJpegPages(image, frames, prefix, failed, job.exclusive,
+                  [&](int page) { progress(job, page, frames); });
+}
+
+void JobDispatcher::progress(const Job& job, int done, int total) const
+{
+    if (m_host.progress)
+        m_host.progress(job.baseName, done, total);
 }

@@ -26,6 +26,8 @@ public:
         QObject* owner = nullptr; // Ghostscript runs end with it
         GsLimits limits;
         bool safer = false; // an old Ghostscript: -dSAFER is added
+        // Long work under way: page done of total; total 0 while the count is not known.
+        std::function<void(const QString& job, int done, int total)> progress;
     };
     explicit JobDispatcher(Host host);
 
@@ -60,6 +62,7 @@ private:
     // The JPEG pages made of the job's TIFF, by name.
     QStringList jpegPages(const Job& job, int frames) const;
     void exportJpegPages(ImageFile& image, const Job& job, Steps& step) const;
+    void progress(const Job& job, int done, int total) const;
 
     Host m_host;
 };
