@@ -97,6 +97,9 @@ FrmJobs::FrmJobs(QWidget* parent) : QWidget(parent)
     tblJobs->horizontalHeader()->setStretchLastSection(true);
     tblJobs->verticalHeader()->hide();
     tblJobs->setWordWrap(false);
+    lblProgress = new QLabel(this);
+    lblProgress->hide();
+    root->addWidget(lblProgress);
     root->addWidget(tblJobs, 1);
 
     auto* actions = new QHBoxLayout;
@@ -258,4 +261,10 @@ void FrmJobs::cmdRemove_Click()
         MsgBox(QStringLiteral("The job cannot be removed from the history: ") + why,
                MsgIcon::Exclamation);
     reload();
+}
+
+void FrmJobs::setProgress(const QString& text)
+{
+    lblProgress->setText(text);
+    lblProgress->setVisible(!text.isEmpty());
 }

@@ -6,6 +6,7 @@
 #include <functional>
 
 class QComboBox;
+class QLabel;
 class QLineEdit;
 class QPushButton;
 class QSortFilterProxyModel;
@@ -24,6 +25,8 @@ public:
 
     // Reads the history again.
     void reload();
+    // The running job's line above the table; empty hides it.
+    void setProgress(const QString& text);
     // The chosen row's files, full paths (those that still exist).
     QStringList selectedFiles() const;
     qint64 selectedId() const;
@@ -43,6 +46,7 @@ public:
     QLineEdit* txtSearch = nullptr;
     QComboBox* cboStatus = nullptr; // "All", then each status
     QTableView* tblJobs = nullptr;
+    QLabel* lblProgress = nullptr;          // the running job, while one runs
     QPushButton* cmdOpen = nullptr;         // "Open"
     QPushButton* cmdShowInFolder = nullptr; // "Show in folder"
     QPushButton* cmdRemove = nullptr;       // "Remove..."

@@ -218,6 +218,10 @@ public:
     UcCloudSrvr* UcCloudSrvr1 = nullptr;             // receives: user check, cloud job list, fetch
     UcCloudSrvr* UcCloudSrvr2 = nullptr;             // sends: cloud job upload
 
+signals:
+    // Long work under way: page done of total; total 0 while the count is not known.
+    void progressed(const QString& job, int done, int total);
+
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
     void showEvent(QShowEvent* event) override;
@@ -245,6 +249,7 @@ private:
     JobDispatcher dispatcher();
     // Every job's end, in both modes: its line in the log box and its history row.
     void jobEnded(const Job& job, const JobOutcome& outcome);
+    void showProgress(const QString& job, int done, int total); // frmmain_tray.cpp; total -1: ended
     void lookUpClient(const QString& address);
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp

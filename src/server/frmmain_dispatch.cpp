@@ -135,6 +135,7 @@ void frmMain::jobEnded(const Job& job, const JobOutcome& outcome)
                            .arg(QDir::toNativeSeparators(JobHistory::path()), why));
     if (m_FrmJobs) // its rows live
         m_FrmJobs->reload();
+    showProgress(job.baseName, 0, -1);
 }
 
 OutputChoice frmMain::outputChoice() const
@@ -159,12 +160,17 @@ JobDispatcher frmMain::dispatcher()
     // The log box may be gone when a Ghostscript run ends with the closing window.
     QPointer<LogBox> log = txtLog;
     m_GsVersion.wait();
-    return JobDispatcher({m_GsPath, List2Text(),
-                          [log](const QString& line) {
-                              if (log)
-                                  log->append(line);
-                          },
-                          this, m_GsLimits, m_GsNeedsSafer});
+    return JobDispatcher(
+        {m_GsPath, List2Text(),
+         [log](const QString& line) {
+             if (log)
+                 log->append(line);
+         },
+         this, m_GsLimits, m_GsNeedsSafer,
+         [self = QPointer<frmMain>(this)](const QString& job, int done, int total) {
+             if (self)
+                 self->showProgress(job, done, total);
+         }});
 }
 
 void frmMain::DoChangeOption()

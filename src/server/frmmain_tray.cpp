@@ -1,8 +1,10 @@
 // The tray icon's host side and the start-up entry.
 #include "server/frmmain.h"
 
+#include "common/doevents.h"
 #include "common/msgbox.h"
 #include "common/runtimeerror.h"
+#include "jobs/frmjobs.h"
 #include "platform/startupentry.h"
 #include "tray/ctlsystrayballoon.h"
 
@@ -67,6 +69,23 @@ void frmMain::cmdStartStop_Click()
         ctlSysTrayBalloon1->SysTrayRemoveIcon();
         cmdStartStop->setText(QStringLiteral("Start SysTray"));
     }
+}
+
+void frmMain::showProgress(const QString& job, int done, int total)
+{
+    // The tray control keeps its old text when given an empty one: the name goes back explicitly.
+    const QString text = total < 0 ? QString()
+                         : total > 0
+                             ? QStringLiteral("Converting %1 of %2 pages").arg(done).arg(total)
+                             : QStringLiteral("Converting job %1").arg(job);
+    ctlSysTrayBalloon1->setTooltip(text.isEmpty() ? QStringLiteral("Quorvel") : text);
+    if (m_FrmJobs)
+        m_FrmJobs->setProgress(text);
+    if (total < 0)
+        return;
+    emit progressed(job, done, total);
+    if (total > 0)
+        DoEvents(); // the window answers between pages; a run's start is no place for a second job
 }
 
 void frmMain::cmdClignote1_Click()
