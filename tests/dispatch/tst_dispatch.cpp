@@ -6,8 +6,10 @@
 #include "dispatch/jobdispatcher.h"
 #include "dispatch/jobfiles.h"
 #include "history/jobhistory.h"
+#include "jobs/frmjobs.h"
 #include "language/joblanguage.h"
 #include "server/runoptions.h"
+#include "tray/ctlsystrayballoon.h"
 
 #include <QButtonGroup>
 #include <QDateTime>
@@ -341,7 +343,7 @@ private slots:
         for (const QString& name : checked)
             buttons[name]->setChecked(true);
         w.DoChangeOption(); // as the dispatch does first
-        const JobDispatcher road({"/gs dir/gs", QString(), {}, nullptr, {}, safer});
+        const JobDispatcher road({"/gs dir/gs", QString(), {}, nullptr, {}, safer, {}});
         QCOMPARE(road.commandLine(Job::named("File_1", w.outputChoice(), "/job dir")), line);
     }
 
@@ -406,6 +408,26 @@ private slots:
             else
                 QCOMPARE(image.size(), QSize(5100, 6600)); // Letter at 600 dpi
         }
+    }
+
+    void jpegExportShowsEachPage()
+    {
+        // Tooltip and jobs window follow the pages in order; then the tooltip is the name again.
+        TestServer s;
+        frmMain& w = s.start();
+        clickOutputWord(w, QStringLiteral("jpeg"));
+        w.showJobs();
+        QStringList seen;
+        const auto tip = [&] { return w.ctlSysTrayBalloon1->Tooltip().section(QChar(0), 0, 0); };
+        connect(&w, &frmMain::progressed, this, [&](const QString& job, int done, int total) {
+            QCOMPARE(w.jobsWindow()->lblProgress->text(), tip());
+            seen << QStringLiteral("%1/%2 ").arg(done).arg(total) + tip().replace(job, "J");
+        });
+        sendJob(s.port, makePsJob(3));
+        QTRY_VERIFY_WITH_TIMEOUT(seen.size() >= 4, kJobMs);
+        QCOMPARE(seen, (QStringList{"0/0 Converting job J", "1/3 Converting 1 of 3 pages",
+                                    "2/3 Converting 2 of 3 pages", "3/3 Converting 3 of 3 pages"}));
+        QTRY_COMPARE(tip() + w.jobsWindow()->lblProgress->text(), QStringLiteral("Quorvel"));
     }
 
     void secondJobDuringAMessageLosesNoPage()
