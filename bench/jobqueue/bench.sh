@@ -39,13 +39,8 @@ pids+=("$qp")
 for _ in $(seq 200); do grep -q "Listening to port: $port" "$folder/log" && break; sleep 0.05; done
 grep -q "$cores converting at once" "$folder/log" || { echo "jobqueue: not $cores workers" >&2; exit 1; }
 jobs="$folder/ImagesPdfExport"
-t0=$(now)
-python3 "$(dirname "$0")/send.py" "$port" $(seq -f "$work/jobs/%g.ps" "$n")
-# Done: every job a PDF, the spool empty.
-while [ "$(grep -c ' page -> File_' "$folder/log")" -lt "$n" ] || [ -n "$(ls -A "$jobs/spool")" ]; do
-    sleep 0.05
-done
-t_q=$(echo "$(now) - $t0" | bc -l)
+t_q=$(python3 "$(dirname "$0")/send.py" "$port" "$folder/log" "$n" $(seq -f "$work/jobs/%g.ps" "$n"))
+[ -z "$(ls -A "$jobs/spool")" ] || { echo "jobqueue: the spool is not empty at the end" >&2; exit 1; }
 kill "$qp"; wait "$qp" 2>/dev/null || true
 failed=$(grep -c "failed:" "$folder/log" || true)
 

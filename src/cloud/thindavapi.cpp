@@ -253,6 +253,12 @@ void ThinDavApi::send(QNetworkRequest& request, const QByteArray& verb, const QB
                     m_readyState = 3;
                 ReadyStateAsyncCallback();
             }));
+    if (m_request == rqGetFileBytes || m_request == rqGetFileText)
+        connect(reply, &QNetworkReply::downloadProgress, this,
+                [this, reply](qint64 received, qint64 total) {
+                    if (reply == m_reply)
+                        emit FileProgress(received, total);
+                });
     connect(reply, &QNetworkReply::finished, this, Guarded([this, reply] {
                 if (reply != m_reply) {
                     reply->deleteLater();

@@ -142,6 +142,8 @@ public:
 signals:
     // Once per request; response properties are valid only while it runs.
     void Complete(int Request);
+    // A file being fetched: bytes so far, of total (-1 while the share has not said).
+    void FileProgress(qint64 received, qint64 total);
 
 private:
     void start(RequestCode code, const QVariant& tag);

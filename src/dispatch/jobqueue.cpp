@@ -99,13 +99,12 @@ bool JobQueue::finish(std::unique_ptr<Incoming> job, const QString& from)
         return false;
     }
     // The job exists from here: under its name in the spool, in order of close.
-    for (;;) {
-        const QString path = spoolName(QStringLiteral(".ps"));
-        if (QFile::rename(job->m_path, path)) {
-            job->m_path.clear();
-            m_jobs.push_back({path, QByteArray(), from, QDateTime::currentDateTime()});
-            schedule();
-            return true;
+    QString path = job->m_path;
+    for (int tries = 0; tries < 100; ++tries) {
+        const QString name = spoolName(QStringLiteral(".ps"));
+        if (QFile::rename(job->m_path, name)) {
+            path = name;
+            break;
         }
         if (!QFileInfo::exists(job->m_path)) {
             m_host.log(QStringLiteral("The job from %1 is lost: its spool file %2 was removed "
@@ -115,6 +114,15 @@ bool JobQueue::finish(std::unique_ptr<Incoming> job, const QString& from)
             return false;
         }
     }
+    if (path == job->m_path)
+        m_host.log(QStringLiteral("The job from %1 keeps its partial name %2, as the spool "
+                                  "refuses to rename it: it is queued, but a restart before it "
+                                  "is converted would take it for a partial job and remove it")
+                       .arg(from, QDir::toNativeSeparators(path)));
+    job->m_path.clear();
+    m_jobs.push_back({path, QByteArray(), from, QDateTime::currentDateTime()});
+    schedule();
+    return true;
 }
 
 QString JobQueue::spoolName(const QString& suffix)

@@ -221,6 +221,8 @@ public:
 signals:
     // Long work under way: page done of total; total 0 while the count is not known.
     void progressed(const QString& job, int done, int total);
+    // A cloud job being fetched: bytes so far, of total (-1: not known).
+    void fetchProgressed(qint64 received, qint64 total);
 
 protected:
     void changeEvent(QEvent* event) override; // Form_Resize: minimised goes to the tray
@@ -250,6 +252,7 @@ private:
     // Every job's end, in both modes: its line in the log box and its history row.
     void jobEnded(const Job& job, const JobOutcome& outcome);
     void showProgress(const QString& job, int done, int total); // frmmain_tray.cpp; total -1: ended
+    void showFetchProgress(qint64 received, qint64 total);      // frmmain_tray.cpp
     void lookUpClient(const QString& address);
     void sendToCloud(const Job& job);                           // frmmain_cloud.cpp
     bool fetchFirstCloudFile();                                 // frmmain_cloud.cpp
@@ -281,11 +284,11 @@ private:
     GsLimits m_GsLimits;
     GhostscriptVersionProbe m_GsVersion; // asked at start-up, awaited by the first dispatch
     bool m_GsNeedsSafer = false;
-    JobQueue* m_JobQueue = nullptr;       // --job-queue
-    bool m_Dispatched = false;            // a job has been named since start-up
-    QString m_ClosingClient;              // the connection whose close dispatches the buffer
-    QMap<QString, QString> m_ClientNames; // address -> reverse DNS name, looked up at connect
-    FrmClSrLst* m_FrmClSrLst = nullptr;   // made at the first "Select Cloud Server"
+    JobQueue* m_JobQueue = nullptr;             // --job-queue
+    bool m_Dispatched = false;                  // a job has been named since start-up
+    QString m_ClosingClient;                    // the connection whose close dispatches the buffer
+    QMap<QString, QString> m_ClientNames;       // address -> reverse DNS name, looked up at connect
+    FrmClSrLst* m_FrmClSrLst = nullptr;         // made at the first "Select Cloud Server"
     FrmPreferences* m_FrmPreferences = nullptr; // made when first asked for
     FrmJobs* m_FrmJobs = nullptr;
     AfterSave* m_AfterSave = nullptr;

@@ -2,6 +2,8 @@
 // waiting on the share and handing them to the dispatch.
 #include "server/frmmain.h"
 
+#include "cloud/thindavapi.h"
+
 #include "cloud/uccloudsrvr.h"
 #include "common/log.h"
 #include "common/msgbox.h"
@@ -37,8 +39,11 @@ void frmMain::setupCloud()
             [this](QString& list) { RunGuarded([&] { UcCloudSrvr1_ServerInfoReturn(list); }); });
     connect(UcCloudSrvr1, &UcCloudSrvr::CloudFileReceived, this,
             [this](QString& data) { RunGuarded([&] { UcCloudSrvr1_CloudFileReceived(data); }); });
+    connect(UcCloudSrvr1->Dav(), &ThinDavApi::FileProgress, this,
+            [this](qint64 received, qint64 total) { showFetchProgress(received, total); });
     // A failed fetch or a delete: the next file of the same fetch.
     connect(UcCloudSrvr1, &UcCloudSrvr::TransferEnded, this, Guarded([this] {
+                showProgress(QString(), 0, -1); // a failed fetch ends no job
                 if (m_CloudFetch.active)
                     nextCloudStep();
             }));

@@ -88,6 +88,19 @@ void frmMain::showProgress(const QString& job, int done, int total)
         DoEvents(); // the window answers between pages; a run's start is no place for a second job
 }
 
+void frmMain::showFetchProgress(qint64 received, qint64 total)
+{
+    const auto kb = [](qint64 bytes) { return QString::number((bytes + 1023) / 1024); };
+    const QString text =
+        total > 0
+            ? QStringLiteral("Fetching the cloud job: %1 of %2 KB").arg(kb(received), kb(total))
+            : QStringLiteral("Fetching the cloud job: %1 KB").arg(kb(received));
+    ctlSysTrayBalloon1->setTooltip(text);
+    if (m_FrmJobs)
+        m_FrmJobs->setProgress(text);
+    emit fetchProgressed(received, total);
+}
+
 void frmMain::cmdClignote1_Click()
 {
     if (ctlSysTrayBalloon1->BlinkIsRunning()) {

@@ -3,8 +3,10 @@
 
 #include "cloud/uccloudsrvr.h"
 #include "server/runoptions.h"
+#include "tray/ctlsystrayballoon.h"
 
 #include <QDirIterator>
+#include <algorithm>
 
 namespace
 {
@@ -171,6 +173,31 @@ private slots:
         w.UcCloudSrvr1_CloudFileReceived(data);
         QCOMPARE(w.fileName() != before, job);
         QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), job ? 1 : 0, 30000);
+    }
+
+    // A fetch shows how much of the job has come, in order; the tray then says "Quorvel" again.
+    void fetchShowsItsProgress()
+    {
+        TestServer s;
+        frmMain& w = start(s);
+        const QByteArray job = makePsJob(1) + QByteArray(300 << 10, '%') + '\n';
+        QVERIFY(writeFile(QDir(m_collection).filePath(QStringLiteral("File_big.ps")), job));
+        QList<qint64> received;
+        QStringList tips;
+        const auto tip = [&] { return w.ctlSysTrayBalloon1->Tooltip().section(QChar(0), 0, 0); };
+        connect(&w, &frmMain::fetchProgressed, this, [&](qint64 got, qint64 total) {
+            QCOMPARE(total, job.size());
+            received << got;
+            tips << tip();
+        });
+        w.Command5->click();
+        QTRY_COMPARE_WITH_TIMEOUT(s.jobFiles().size(), 1, 30000);
+        QVERIFY(!received.isEmpty() && std::is_sorted(received.begin(), received.end()));
+        QCOMPARE(received.last(), job.size());
+        QCOMPARE(
+            tips.last(),
+            QStringLiteral("Fetching the cloud job: %1 of %1 KB").arg((job.size() + 1023) / 1024));
+        QTRY_COMPARE(tip(), QStringLiteral("Quorvel"));
     }
 
     void messagesWithoutJobsOrValidation()
