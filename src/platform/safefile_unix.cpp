@@ -36,20 +36,6 @@ bool safefile::isLink(const std::wstring& path)
     return ::lstat(encoded(path).constData(), &st) == 0 && S_ISLNK(st.st_mode);
 }
 
-safefile::Result safefile::write(const std::wstring& path,
-                                 const std::vector<std::string_view>& pieces, Mode mode,
-                                 std::string* why)
-{
-    Stream s;
-    const Result opened = s.open(path, mode, why);
-    if (opened != Result::Written)
-        return opened;
-    bool ok = true;
-    for (const std::string_view piece : pieces)
-        ok = ok && s.write(piece, why);
-    return s.close(ok ? why : nullptr) && ok ? Result::Written : Result::Failed;
-}
-
 safefile::Result safefile::Stream::open(const std::wstring& path, Mode mode, std::string* why)
 {
     close();

@@ -30,20 +30,6 @@ bool safefile::isLink(const std::wstring& path)
     return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
-safefile::Result safefile::write(const std::wstring& path,
-                                 const std::vector<std::string_view>& pieces, Mode mode,
-                                 std::string* why)
-{
-    Stream s;
-    const Result opened = s.open(path, mode, why);
-    if (opened != Result::Written)
-        return opened;
-    bool ok = true;
-    for (const std::string_view piece : pieces)
-        ok = ok && s.write(piece, why);
-    return s.close(ok ? why : nullptr) && ok ? Result::Written : Result::Failed;
-}
-
 safefile::Result safefile::Stream::open(const std::wstring& path, Mode mode, std::string* why)
 {
     close();

@@ -8,7 +8,7 @@ wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
 command -v "$cxx" >/dev/null || { echo "$cxx is not installed (package mingw-w64)"; exit 1; }
 mkdir -p "$work"
 "$cxx" -std=c++20 -Wall -Wextra -Wno-missing-field-initializers -static -I"$src" \
-    "$src"/platform/*_win.cpp "$src"/platform/sharedcounter.cpp "$(dirname "$0")"/wine_adapters.cpp \
+    "$src"/platform/*_win.cpp "$src"/platform/safefile.cpp "$src"/platform/sharedcounter.cpp "$(dirname "$0")"/wine_adapters.cpp \
     -o "$work"/adapters.exe -lws2_32 -lwinspool -lgdi32 || exit 1
 set -a && . "$state"/xtray.env && set +a
 # No Mono or Gecko installer on the prefix's first start; wineserver ends with the test.
