@@ -230,9 +230,9 @@ std::shared_ptr<const GsRun> StartGhostscript(const QString& commandLine, const 
                 log(QStringLiteral("Ghostscript failed on job %1: %2")
                         .arg(state->job, state->failure));
             gs->deleteLater();
-            tmp->remove();
             if (done)
                 done(*state);
+            tmp->remove(); // after done: a queue's next run starts first
             // The output is complete now: two quick events let a
             // waiting dispatch's two yields return and look again at once.
             QTimer::singleShot(0, qApp, [] { QTimer::singleShot(0, qApp, [] {}); });

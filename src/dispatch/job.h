@@ -24,6 +24,7 @@ struct Job {
     qint64 bytes = 0;
     QString title;
     QString user;
+    quint64 ticket = 0; // a sender waiting for the outcome (an IPP client); 0: none
 
     // Language, title and user read from its bytes.
     void readFrom(QByteArrayView bytes);

@@ -98,29 +98,52 @@ bool JobQueue::finish(std::unique_ptr<Incoming> job, const QString& from)
                        .arg(job->m_size));
         return false;
     }
+    const QString path = enqueueName(job->m_path, from);
+    job->m_path.clear();
+    if (path.isEmpty())
+        return false;
+    m_jobs.push_back({path, QByteArray(), from, QDateTime::currentDateTime()});
+    schedule();
+    return true;
+}
+
+QString JobQueue::enqueueName(const QString& partPath, const QString& from)
+{
     // The job exists from here: under its name in the spool, in order of close.
-    QString path = job->m_path;
     for (int tries = 0; tries < 100; ++tries) {
         const QString name = spoolName(QStringLiteral(".ps"));
-        if (QFile::rename(job->m_path, name)) {
-            path = name;
-            break;
-        }
-        if (!QFileInfo::exists(job->m_path)) {
+        if (QFile::rename(partPath, name))
+            return name;
+        if (!QFileInfo::exists(partPath)) {
             m_host.log(QStringLiteral("The job from %1 is lost: its spool file %2 was removed "
                                       "before it closed")
-                           .arg(from, QDir::toNativeSeparators(job->m_path)));
-            job->m_path.clear();
-            return false;
+                           .arg(from, QDir::toNativeSeparators(partPath)));
+            return QString();
         }
     }
-    if (path == job->m_path)
-        m_host.log(QStringLiteral("The job from %1 keeps its partial name %2, as the spool "
-                                  "refuses to rename it: it is queued, but a restart before it "
-                                  "is converted would take it for a partial job and remove it")
-                       .arg(from, QDir::toNativeSeparators(path)));
-    job->m_path.clear();
-    m_jobs.push_back({path, QByteArray(), from, QDateTime::currentDateTime()});
+    m_host.log(QStringLiteral("The job from %1 keeps its partial name %2, as the spool "
+                              "refuses to rename it: it is queued, but a restart before it "
+                              "is converted would take it for a partial job and remove it")
+                   .arg(from, QDir::toNativeSeparators(partPath)));
+    return partPath;
+}
+
+bool JobQueue::adopt(const QString& partPath, Sender sender)
+{
+    const QString path = enqueueName(partPath, sender.from);
+    if (path.isEmpty()) {
+        if (sender.verdict)
+            sender.verdict({JobOutcome::Status::Failed,
+                            QStringLiteral("its spool file was removed"), {}, -1});
+        return false;
+    }
+    Entry entry{path, QByteArray(), sender.from, QDateTime::currentDateTime(), sender.title,
+                sender.user};
+    if (sender.verdict) {
+        entry.ticket = ++m_tickets;
+        m_verdicts.emplace(entry.ticket, std::move(sender.verdict));
+    }
+    m_jobs.push_back(std::move(entry));
     schedule();
     return true;
 }
@@ -231,19 +254,25 @@ void JobQueue::next()
         return;
     m_inNext = true;
     const auto passEnds = qScopeGuard([this] { m_inNext = false; });
-    const auto start = [this] {
-        while (m_converting < m_workers && !m_jobs.empty() && startNext()) {
-        }
-    };
-    start(); // a free worker waits for no other job's end
+    startFree(); // a free worker waits for no other job's end
     while (!m_converted.empty()) {
         auto [job, run] = std::move(m_converted.front());
         m_converted.pop_front();
         ended(job, run);
     }
-    start();
+    startFree();
     if (!m_converted.empty())
         schedule(); // ended while the pass waited
+}
+
+void JobQueue::startFree()
+{
+    if (m_starting)
+        return;
+    m_starting = true;
+    const auto startsEnd = qScopeGuard([this] { m_starting = false; });
+    while (m_converting < m_workers && !m_jobs.empty() && startNext()) {
+    }
 }
 
 bool JobQueue::startNext()
@@ -262,6 +291,11 @@ bool JobQueue::startNext()
     about.exclusive = true;
     about.received = entry.received;
     readSpooled(about, entry.spoolPath);
+    if (!entry.title.isEmpty())
+        about.title = entry.title;
+    if (!entry.user.isEmpty())
+        about.user = entry.user;
+    about.ticket = entry.ticket;
     QString unreadable;
     if (choice.action != OutputChoice::Action::Cloud && NeedsPdfFirst(about.language))
         unreadable = spoolAsPdf(entry, about.language);
@@ -323,10 +357,13 @@ bool JobQueue::startNext()
     try {
         ++m_converting;
         road.convert(job, [this, job](const GsRun& run) {
-            // The worker is free now; the job ends from the event loop, not from inside
+            // The worker is free now and the next job starts at once, so no core waits for
+            // a pass of the event loop; this job ends from that pass, not from inside
             // Ghostscript's finished signal.
             --m_converting;
             m_converted.emplace_back(job, run);
+            if (!m_inNext) // never inside another job's completion
+                RunGuarded([this] { startFree(); });
             schedule();
         });
     } catch (const RuntimeError& e) {
@@ -415,5 +452,10 @@ void JobQueue::done(const Job& job, const JobOutcome& outcome)
 {
     if (m_host.ended)
         m_host.ended(job, outcome);
+    if (const auto waiting = m_verdicts.find(job.ticket); waiting != m_verdicts.end()) {
+        const auto verdict = std::move(waiting->second);
+        m_verdicts.erase(waiting);
+        verdict(outcome);
+    }
     schedule();
 }

@@ -9,6 +9,7 @@
 #include <QString>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -61,6 +62,16 @@ public:
     // the file removed) when it cannot be kept.
     bool finish(std::unique_ptr<Incoming> job, const QString& from);
 
+    // A complete job file that came another way (IPP), under a ".part" name in the spool
+    // folder: it takes its place in the queue as finish() does. The title and user, when
+    // given, are the sender's; verdict is called once with the job's outcome, also when the
+    // file cannot be queued (false then).
+    struct Sender {
+        QString from, title, user;
+        std::function<void(const JobOutcome&)> verdict;
+    };
+    bool adopt(const QString& partPath, Sender sender);
+
     // A finished job's bytes (blank-only ones are the caller's to drop); true once they are in
     // the spool folder, false while they wait in memory for it.
     bool add(QByteArrayView bytes, const QString& from);
@@ -82,11 +93,17 @@ private:
         QByteArray bytes; // only while the spool folder cannot be written
         QString from;
         QDateTime received;
+        QString title, user; // the sender's words, over what the bytes say
+        quint64 ticket = 0;
     };
+    // Renames a complete ".part" file to its place in order; empty (logged) when it is gone.
+    QString enqueueName(const QString& partPath, const QString& from);
     // A free name in the spool folder, in order of close across restarts too.
     QString spoolName(const QString& suffix);
     bool spool(Entry& entry, QByteArrayView bytes);
     void stall(const QString& why);
+    // Starts waiting jobs while workers are free; never nested in itself.
+    void startFree();
     // Starts the first waiting job; false when it must wait (retried later).
     bool startNext();
     bool keepUnconverted(const Entry& entry, Job job, const QString& unreadable);
@@ -106,7 +123,10 @@ private:
     int m_workers;
     int m_converting = 0; // Ghostscript processes running
     bool m_inNext = false;
+    bool m_starting = false;
     bool m_scheduled = false;
     bool m_stalled = false; // said once until the folder can be written again
     quint64 m_sequence = 0;
+    std::map<quint64, std::function<void(const JobOutcome&)>> m_verdicts;
+    quint64 m_tickets = 0;
 };

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -19,14 +20,18 @@ void onSignal(int)
 
 void quitOnTerminationSignals()
 {
-    if (g_pipe[0] >= 0 || ::socketpair(AF_UNIX, SOCK_STREAM, 0, g_pipe) != 0)
+    // Called again, it takes the signals back from a library that set its own handlers.
+    if (g_pipe[0] < 0 && ::socketpair(AF_UNIX, SOCK_STREAM, 0, g_pipe) != 0)
         return;
-    auto* notifier = new QSocketNotifier(g_pipe[1], QSocketNotifier::Read, qApp);
-    QObject::connect(notifier, &QSocketNotifier::activated, qApp, [] {
-        char c;
-        [[maybe_unused]] auto n = ::read(g_pipe[1], &c, 1);
-        QCoreApplication::quit();
-    });
+    static bool watched = false;
+    if (!std::exchange(watched, true)) {
+        auto* notifier = new QSocketNotifier(g_pipe[1], QSocketNotifier::Read, qApp);
+        QObject::connect(notifier, &QSocketNotifier::activated, qApp, [] {
+            char c;
+            [[maybe_unused]] auto n = ::read(g_pipe[1], &c, 1);
+            QCoreApplication::quit();
+        });
+    }
     struct sigaction sa {
     };
     sa.sa_handler = onSignal;
@@ -34,4 +39,5 @@ void quitOnTerminationSignals()
     sa.sa_flags = SA_RESTART;
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
+    signal(SIGHUP, SIG_DFL);
 }

@@ -349,7 +349,24 @@ void frmMain::settleJobOptions()
     const QString word = SettingsStore::get(QStringLiteral("JobQueue")).trimmed().toLower();
     const bool fromSetting =
         word == QLatin1String("1") || word == QLatin1String("true") || word == QLatin1String("yes");
-    if (!m_Options.jobQueue.value_or(fromSetting))
+    m_QueueAll = m_Options.jobQueue.value_or(fromSetting);
+    // IPP jobs always take the queue: the one buffer has no safe place for them.
+    int ippPort = 0;
+    if (m_Options.ippPort) {
+        ippPort = *m_Options.ippPort;
+    } else if (const QString value = SettingsStore::get(QStringLiteral("IppPort")).trimmed();
+               !value.isEmpty()) {
+        bool ok = false;
+        ippPort = value.toInt(&ok);
+        if (!ok || ippPort < 0 || ippPort > 65535) {
+            Log::line(QStringLiteral("Setting IppPort: a port from 1 to 65535, or 0 for none, "
+                                     "not \"%1\"; there is no IPP printer")
+                          .arg(value),
+                      true);
+            ippPort = 0;
+        }
+    }
+    if (!m_QueueAll && ippPort == 0)
         return;
     int workers = m_Options.workers.value_or(0);
     if (!m_Options.workers) {
@@ -380,11 +397,15 @@ void frmMain::settleJobOptions()
          [this](const Job& job, const JobOutcome& outcome) { jobEnded(job, outcome); },
          [this](const QString& address) { return m_ClientNames.value(address); }},
         workers, this);
-    addStatus(QStringLiteral("Job queue: each connection is a job of its own, spooled in %1; "
-                             "%2 converting at once")
+    addStatus((m_QueueAll ? QStringLiteral("Job queue: each connection is a job of its own, "
+                                           "spooled in %1; %2 converting at once")
+                          : QStringLiteral("Job queue for IPP jobs, spooled in %1; %2 "
+                                           "converting at once"))
                   .arg(QDir::toNativeSeparators(m_JobQueue->spoolFolder()))
                   .arg(workers));
     m_JobQueue->resume();
+    if (ippPort > 0)
+        startIpp(ippPort, workers);
 }
 
 void frmMain::showMainFrameOnly()

@@ -38,6 +38,7 @@ class UcCloudSrvr;
 class FrmClSrLst;
 class JobDispatcher;
 class JobQueue;
+class IppPrinter;
 class AfterSave;
 class FrmPreferences;
 class FrmJobs;
@@ -244,6 +245,8 @@ private:
     // frmmain_cloud.cpp: a job's own bytes to the chosen cloud server.
     void uploadToCloud(const Job& job, const QByteArray& bytes);
     void settleJobOptions();
+    // The IPP printer on this port, feeding the job queue; logged when it cannot start.
+    void startIpp(int port, int workers);
     int newElementIndex() const; // frmmain_intake.cpp
     JobSocket* loadSocket(int index);
     void addStatus(const QString& text, bool log = true);
@@ -284,7 +287,9 @@ private:
     GsLimits m_GsLimits;
     GhostscriptVersionProbe m_GsVersion; // asked at start-up, awaited by the first dispatch
     bool m_GsNeedsSafer = false;
-    JobQueue* m_JobQueue = nullptr;             // --job-queue
+    JobQueue* m_JobQueue = nullptr;             // --job-queue, or IPP jobs only
+    bool m_QueueAll = false;                    // --job-queue: every job goes through it
+    IppPrinter* m_Ipp = nullptr;                // --ipp
     bool m_Dispatched = false;                  // a job has been named since start-up
     QString m_ClosingClient;                    // the connection whose close dispatches the buffer
     QMap<QString, QString> m_ClientNames;       // address -> reverse DNS name, looked up at connect

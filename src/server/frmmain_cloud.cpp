@@ -119,7 +119,7 @@ void frmMain::UcCloudSrvr1_ServerInfoReturn(const QString& fileList)
             return;
         }
         // The queue takes every waiting job; the one buffer only the first.
-        m_CloudFetch.todo = m_JobQueue ? fresh : fresh.mid(0, 1);
+        m_CloudFetch.todo = m_QueueAll ? fresh : fresh.mid(0, 1);
         m_CloudFetch.active = true;
         List3->clear();
         for (const DirEntry& file : std::as_const(m_CloudFetch.todo))
@@ -219,7 +219,7 @@ void frmMain::UcCloudSrvr1_CloudFileReceived(const QString& data)
 {
     const DirEntry file = std::exchange(m_CloudFetch.current, {});
     // One character per byte, as the job was uploaded.
-    if (m_JobQueue) {
+    if (m_QueueAll) {
         // A job of its own: it replaces nothing, and is safe once spooled.
         const QByteArray bytes = data.toLatin1();
         const bool safe = !JobBuffer::holdsMoreThanBlanks(bytes) ||

@@ -27,7 +27,7 @@
 
 void frmMain::Command1_Click()
 {
-    if (m_JobQueue) {
+    if (m_QueueAll) {
         // The queue names, saves and converts the job in its turn.
         if (m_JobBuffer.holdsMoreThanBlanks())
             m_JobQueue->add(m_JobBuffer.view(), QStringLiteral("Save And Print"));

@@ -142,7 +142,7 @@ void frmMain::Socket_ConnectionRequest(int Index, qintptr requestID)
 // --job-queue the lowest free one, so every connection gets its own.
 int frmMain::newElementIndex() const
 {
-    if (!m_JobQueue)
+    if (!m_QueueAll)
         return m_ConnCount;
     int index = 1;
     while (m_Socket.count(index))
@@ -181,7 +181,7 @@ void frmMain::acceptConnection()
 void frmMain::Socket_DataArrival(int Index, qint64 /*bytesTotal*/)
 {
     JobSocket* socket = m_Socket.at(Index);
-    if (!m_JobQueue) {
+    if (!m_QueueAll) {
         socket->GetData(m_JobBuffer);
         return;
     }
@@ -223,7 +223,7 @@ void frmMain::Socket_Close(int Index)
     m_StatusText = QStringLiteral("Connection closed: ") + socket->RemoteHostIP();
     addStatus(m_StatusText);
 
-    if (m_JobQueue) {
+    if (m_QueueAll) {
         auto spool = std::move(socket->spool());
         if (socket->wasReset())
             txtLog->append(QStringLiteral("Connection from %1 was reset before it closed: its "

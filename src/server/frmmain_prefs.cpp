@@ -90,7 +90,7 @@ bool frmMain::resubmit(const QString& path, bool consume)
     const QByteArray bytes = f.readAll();
     const QString from = QStringLiteral("the jobs window");
     f.close();
-    if (m_JobQueue) {
+    if (m_QueueAll) {
         // Spooled, or held until it can be: either way the queue has it now.
         m_JobQueue->add(bytes, from);
         if (consume)

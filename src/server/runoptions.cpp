@@ -152,6 +152,13 @@ bool RunOptions::parse(const QStringList& arguments)
         QStringLiteral("workers"),
         QStringLiteral("Jobs the queue converts at once (default: the number of cores)."),
         QStringLiteral("N"));
+    QCommandLineOption ippOpt(
+        QStringLiteral("ipp"),
+        QStringLiteral("Also be an IPP Everywhere printer, at ipp://HOST:8631/ipp/print."));
+    QCommandLineOption ippPortOpt(
+        QStringLiteral("ipp-port"),
+        QStringLiteral("Be an IPP Everywhere printer on this port (0: not at all)."),
+        QStringLiteral("N"));
     QCommandLineOption historyOpt(
         QStringLiteral("history"),
         QStringLiteral("Print the last jobs of the job history as a table, then end."));
@@ -181,7 +188,7 @@ bool RunOptions::parse(const QStringList& arguments)
     parser.addOptions({windowOpts[0], windowOpts[1]});
     parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
                        registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
-                       queueOpt, workersOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
+                       queueOpt, workersOpt, ippOpt, ippPortOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
     for (const QCommandLineOption& o : cloudOpts)
         parser.addOption(o);
     if (!parser.parse(arguments)) {
@@ -292,6 +299,17 @@ bool RunOptions::parse(const QStringList& arguments)
             return false;
         }
         jobs.workers = v;
+    }
+    if (parser.isSet(ippOpt))
+        jobs.ippPort = kIppPort;
+    if (parser.isSet(ippPortOpt)) {
+        const int v = parser.value(ippPortOpt).toInt(&ok);
+        if (!ok || v < 0 || v > 65535) {
+            std::fprintf(stderr, "--ipp-port: a port from 1 to 65535, or 0 for none, not %s\n",
+                         qPrintable(parser.value(ippPortOpt)));
+            return false;
+        }
+        jobs.ippPort = v;
     }
     std::optional<int>* limits[] = {&jobs.cpuSeconds, &jobs.memoryMB, &jobs.wallSeconds};
     for (int i = 0; i < 3; ++i) {
