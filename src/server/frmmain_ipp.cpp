@@ -8,6 +8,7 @@
 #include <QTextEdit>
 
 #ifdef QUORVEL_HAVE_IPP
+#include "ipp/dnssd.h"
 #include "ipp/ippprinter.h"
 
 void frmMain::startIpp(int port, int workers)
@@ -37,6 +38,10 @@ void frmMain::startIpp(int port, int workers)
         delete std::exchange(m_Ipp, nullptr);
         return;
     }
+    // The library advertises its printer itself; the raw port beside it is the program's.
+    auto* dnssd = new DnsSdAdvertiser([this](const QString& line) { addStatus(line); }, m_Ipp);
+    dnssd->advertise(config.name, QStringLiteral("_pdl-datastream._tcp"), m_Listen.port,
+                     pdlDatastreamTxt(QStringLiteral("Quorvel print server")));
     addStatus(QStringLiteral("IPP printer \"%1\" at ipp://%2:%3/ipp/print")
                   .arg(config.name,
                        m_Listen.address == QHostAddress::Any ? QStringLiteral("HOST")
