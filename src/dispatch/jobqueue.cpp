@@ -137,8 +137,9 @@ bool JobQueue::adopt(const QString& partPath, Sender sender)
                             QStringLiteral("its spool file was removed"), {}, -1});
         return false;
     }
-    Entry entry{path, QByteArray(), sender.from, QDateTime::currentDateTime(), sender.title,
-                sender.user};
+    Entry entry{path, QByteArray(), sender.from, QDateTime::currentDateTime()};
+    entry.title = sender.title;
+    entry.user = sender.user;
     if (sender.verdict) {
         entry.ticket = ++m_tickets;
         m_verdicts.emplace(entry.ticket, std::move(sender.verdict));

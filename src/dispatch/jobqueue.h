@@ -89,6 +89,11 @@ public:
 
 private:
     struct Entry {
+        Entry(QString path, QByteArray bytes, QString from, QDateTime received)
+            : spoolPath(std::move(path)), bytes(std::move(bytes)), from(std::move(from)),
+              received(std::move(received))
+        {
+        }
         QString spoolPath;
         QByteArray bytes; // only while the spool folder cannot be written
         QString from;

@@ -74,7 +74,9 @@ struct IppPrinter::Private {
         QString path;
         int fd = -1;
         cups_raster_t* stream = nullptr;
+        unsigned lines = 0; // of the page being written
         bool failed = false;
+        bool cut = false; // a page ended before its last line
     };
 
     IppPrinter* owner = nullptr;
@@ -126,9 +128,13 @@ struct IppPrinter::Private {
                            unsigned);
     static bool rasterLine(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
                            unsigned, const unsigned char* line);
-    static bool rasterPageEnd(pappl_job_t*, pappl_pr_options_t*, pappl_device_t*, unsigned)
+    static bool rasterPageEnd(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
+                              unsigned)
     {
-        return true;
+        auto* raster = static_cast<Raster*>(papplJobGetData(job));
+        if (raster && raster->lines < options->header.cupsHeight)
+            raster->failed = raster->cut = true;
+        return raster && !raster->failed;
     }
     static bool rasterEnd(pappl_job_t* job, pappl_pr_options_t*, pappl_device_t*);
     static bool status(pappl_printer_t*) { return true; }
@@ -284,6 +290,8 @@ bool IppPrinter::Private::rasterPage(pappl_job_t* job, pappl_pr_options_t* optio
                                      pappl_device_t*, unsigned)
 {
     auto* raster = static_cast<Raster*>(papplJobGetData(job));
+    if (raster)
+        raster->lines = 0;
     if (raster && raster->stream && !cupsRasterWriteHeader2(raster->stream, &options->header))
         raster->failed = true;
     return raster && !raster->failed;
@@ -294,6 +302,8 @@ bool IppPrinter::Private::rasterLine(pappl_job_t* job, pappl_pr_options_t* optio
 {
     auto* raster = static_cast<Raster*>(papplJobGetData(job));
     const unsigned bytes = options->header.cupsBytesPerLine;
+    if (raster)
+        ++raster->lines;
     if (raster && raster->stream &&
         cupsRasterWritePixels(raster->stream, const_cast<unsigned char*>(line), bytes) != bytes)
         raster->failed = true; // a full disk: the job is not kept in part
@@ -311,6 +321,16 @@ bool IppPrinter::Private::rasterEnd(pappl_job_t* job, pappl_pr_options_t*, pappl
         cupsRasterClose(raster->stream);
     if (raster->fd >= 0 && (::fsync(raster->fd) != 0 || ::close(raster->fd) != 0))
         raster->failed = true;
+    // The library ends the job here also when it could not read the raster: what was written
+    // back is then part of a job, never the job.
+    if (raster->cut || papplJobIsCanceled(job) ||
+        papplJobGetReasons(job) & PAPPL_JREASON_DOCUMENT_FORMAT_ERROR) {
+        self->log(QStringLiteral("IPP job %1 is not kept: %2, so the job is aborted")
+                      .arg(papplJobGetID(job))
+                      .arg(raster->cut ? QStringLiteral("its raster data end inside a page")
+                                       : QStringLiteral("its raster data cannot be read")));
+        raster->failed = true;
+    }
     if (raster->failed) {
         QFile::remove(raster->path);
         return false;
