@@ -100,6 +100,10 @@ const QList<Field>& fields()
                         "(from the next start)"),
          P::Receiving, K::Check},
         {kWorkers, QStringLiteral("Workers"), P::Receiving, K::Text},
+        {kIpp, QStringLiteral("Receive from phones and computers (IPP)"), P::Receiving, K::Check,
+         {}, QStringLiteral("an IPP Everywhere printer, found on the LAN (from the next start)")},
+        {kIppPort, QStringLiteral("IPP port"), P::Receiving, K::Text, {},
+         QString::number(kIppDefaultPort)},
         {QStringLiteral("GsCpuSeconds"), QStringLiteral("Ghostscript CPU seconds (0: no limit)"),
          P::Conversion, K::Text},
         {QStringLiteral("GsMemoryMB"), QStringLiteral("Ghostscript memory MB (0: no limit)"),
@@ -171,6 +175,12 @@ const Field* field(const QString& key)
 
 QString current(const QString& key)
 {
+    // One setting behind two fields: IppPort 0 or absent is the switch off.
+    const int ippPort = SettingsStore::get(kIppPort).trimmed().toInt();
+    if (key == kIpp)
+        return ippPort > 0 ? QStringLiteral("true") : QStringLiteral("false");
+    if (key == kIppPort)
+        return QString::number(ippPort > 0 ? ippPort : kIppDefaultPort);
     const QString value = key == kPassword ? QString() : SettingsStore::get(key);
     if (!value.isEmpty())
         return value;
@@ -212,6 +222,9 @@ QString problem(const QString& key, const QString& value, const QMap<QString, QS
         return number(v, 1, 32767, QStringLiteral("A number"));
     if (key == kWorkers)
         return number(v, 1, 256, QStringLiteral("A number"));
+    if (key == kIppPort)
+        return isTrue(values.value(kIpp)) ? number(v, 1, 65535, QStringLiteral("A port"))
+                                          : QString();
     if (key.startsWith(QLatin1String("Gs")))
         return number(v, 0, 1000000, QStringLiteral("A number"));
     if (key == kJobFolder)
@@ -253,9 +266,11 @@ QString problem(const QString& key, const QString& value, const QMap<QString, QS
 void save(const QMap<QString, QString>& values)
 {
     for (auto it = values.begin(); it != values.end(); ++it) {
-        if (it.key() == kPassword)
+        if (it.key() == kPassword || it.key() == kIpp)
             continue;
         QString v = it.value().trimmed();
+        if (it.key() == kIppPort && values.contains(kIpp) && !isTrue(values.value(kIpp)))
+            v = QStringLiteral("0");
         if (it.key() == QLatin1String("AllowNetworks"))
             v = v.split(QRegularExpression(QStringLiteral("[,\\s]+")), Qt::SkipEmptyParts)
                     .join(u',');

@@ -45,6 +45,9 @@ void save(const QMap<QString, QString>& values);
 // Key names the program reads.
 inline const QString kPort = QStringLiteral("Port");
 inline const QString kWorkers = QStringLiteral("Workers");
+inline const QString kIpp = QStringLiteral("Ipp"); // the switch: IppPort is 0 when it is off
+inline const QString kIppPort = QStringLiteral("IppPort");
+constexpr int kIppDefaultPort = 8631; // --ipp: never a local CUPS's 631
 inline const QString kJobFolder = QStringLiteral("JobFolder");
 inline const QString kOutput = QStringLiteral("Output");
 inline const QString kColour = QStringLiteral("Colour");

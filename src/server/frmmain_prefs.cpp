@@ -154,7 +154,7 @@ void frmMain::applyPreferences(const QMap<QString, QString>& changed)
                                                             "keeps its folder while it runs)")
                                            : QString()));
     }
-    for (const char* later : {"JobQueue", "Workers", "Output", "Colour"})
+    for (const char* later : {"JobQueue", "Workers", "IppPort", "Output", "Colour"})
         if (changed.contains(QLatin1String(later)))
             txtLog->append(QStringLiteral("Setting %1 is taken at the next start").arg(later));
     if (!changed.contains(Prefs::kPort) && !changed.contains(QStringLiteral("ListenAddress")))

@@ -4,6 +4,7 @@
 #include "common/runtimeerror.h"
 #include "common/settings.h"
 #include "history/jobhistory.h"
+#include "prefs/preferences.h"
 #include "server/frmmain.h"
 
 #include <QApplication>
@@ -301,7 +302,7 @@ bool RunOptions::parse(const QStringList& arguments)
         jobs.workers = v;
     }
     if (parser.isSet(ippOpt))
-        jobs.ippPort = kIppPort;
+        jobs.ippPort = Prefs::kIppDefaultPort;
     if (parser.isSet(ippPortOpt)) {
         const int v = parser.value(ippPortOpt).toInt(&ok);
         if (!ok || v < 0 || v > 65535) {

@@ -14,9 +14,6 @@ class frmMain;
 
 // How jobs run: the command line's choice, else the setting (JobQueue, Workers, IppPort,
 // GsCpuSeconds, GsMemoryMB, GsWallSeconds), else the default.
-// The IPP printer's port when none is given: never a local CUPS's 631.
-constexpr int kIppPort = 8631;
-
 struct JobOptions {
     std::optional<bool> jobQueue;
     std::optional<int> workers; // jobs converting at once in the queue; default: the cores

@@ -75,6 +75,8 @@ private slots:
         row("bad address", "ListenAddress", "10.0.0.300", P::Receiving);
         row("no workers", "Workers", "0", P::Receiving);
         row("workers", "Workers", "3", P::Receiving, "3");
+        row("IPP on, port 0", "IppPort", "0", P::Receiving); // the switch is set on below
+        row("IPP on, a port", "IppPort", "8632", P::Receiving, "8632");
         row("memory", "GsMemoryMB", "-1", P::Conversion);
         row("unwritable folder", "JobFolder", "/proc/quorvel/jobs", P::Names);
         row("a file as folder", "JobFolder", "/dev/null/jobs", P::Names);
@@ -96,6 +98,8 @@ private slots:
         p->setValue("AfterSave", "run");
         p->setValue("AfterSaveProgram", "/bin/true");
         p->setValue("MaxConnections", "100"); // a good change beside the one tried
+        if (key == Prefs::kIppPort)
+            p->setValue(Prefs::kIpp, "true");
         p->setValue(key, value);
         click(p, QDialogButtonBox::Ok);
         QCOMPARE(p->isVisible(), kept.isEmpty());
