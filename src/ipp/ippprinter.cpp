@@ -372,9 +372,18 @@ void IppPrinter::Private::event(pappl_system_t*, pappl_printer_t*, pappl_job_t* 
 }
 
 bool IppPrinter::Private::driver(pappl_system_t*, const char*, const char*, const char*,
-                                 pappl_pr_driver_data_t* d, ipp_t**, void* data)
+                                 pappl_pr_driver_data_t* d, ipp_t** attrs, void* data)
 {
     d->extension = data;
+    // Shown in the connection log: the one display a print server has.
+    d->identify_cb = [](pappl_printer_t* printer, pappl_identify_actions_t, const char* message) {
+        pappl_pr_driver_data_t own;
+        static_cast<Private*>(papplPrinterGetDriverData(printer, &own)->extension)
+            ->log(QStringLiteral("An IPP client asks this printer to show itself%1")
+                      .arg(message && *message ? QStringLiteral(": ") + text(message)
+                                               : QString()));
+    };
+    d->identify_default = d->identify_supported = PAPPL_IDENTIFY_ACTIONS_DISPLAY;
     d->printfile_cb = nullptr;
     d->rstartjob_cb = rasterStart;
     d->rstartpage_cb = rasterPage;
@@ -397,7 +406,7 @@ bool IppPrinter::Private::driver(pappl_system_t*, const char*, const char*, cons
         PAPPL_PWG_RASTER_TYPE_BLACK_1 | PAPPL_PWG_RASTER_TYPE_SGRAY_8 | PAPPL_PWG_RASTER_TYPE_SRGB_8;
     d->sides_supported = PAPPL_SIDES_ONE_SIDED;
     d->sides_default = PAPPL_SIDES_ONE_SIDED;
-    d->orient_default = IPP_ORIENT_NONE;
+    d->orient_default = IPP_ORIENT_PORTRAIT;
     d->num_resolution = 2;
     d->x_resolution[0] = d->y_resolution[0] = 150;
     d->x_resolution[1] = d->y_resolution[1] = 300;
@@ -420,6 +429,15 @@ bool IppPrinter::Private::driver(pappl_system_t*, const char*, const char*, cons
     std::snprintf(m.source, sizeof m.source, "auto");
     std::snprintf(m.type, sizeof m.type, "stationery");
     d->media_ready[0] = m;
+    // What the library leaves to the driver: pages as sent, one side, no preferred values.
+    *attrs = ippNew();
+    ippAddBoolean(*attrs, IPP_TAG_PRINTER, "preferred-attributes-supported", 0);
+    ippAddString(*attrs, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "print-rendering-intent-default",
+                 nullptr, "auto");
+    ippAddString(*attrs, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "print-rendering-intent-supported",
+                 nullptr, "auto");
+    ippAddString(*attrs, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "pwg-raster-document-sheet-back",
+                 nullptr, "normal");
     return true;
 }
 
