@@ -2,19 +2,20 @@
 # Runs ipptool's stock IPP conformance files against a running printer and checks every failing
 # test against a list of known failures. Usage: conformance.sh URL KNOWN_FAILURES_FILE [WORKDIR]
 # Exit status: 0 all failures listed, 1 a failure not listed (or a run cut short), 2 bad setup.
+# IPP_FILES (names in the ipptool folder), IPP_FILE_TIMEOUT (seconds) and IPPTOOL_DIR override the defaults.
 set -u
+export LC_ALL=C
 [ $# -ge 2 ] || { echo "usage: $0 PRINTER_URL KNOWN_FAILURES_FILE [WORKDIR]" >&2; exit 2; }
-uri=$1
-[ -r "$2" ] || { echo "cannot read the known-failures file $2" >&2; exit 2; }
-known=$(realpath "$2")
+uri=$1 known=$(realpath "$2" 2>/dev/null)
+[ -r "$known" ] || { echo "cannot read the known-failures file $2" >&2; exit 2; }
+bad=$(grep -v -e '^[[:space:]]*#' -e '^[[:space:]]*$' "$known" | awk -F'\t' 'NF < 3 || $3 == ""')
+[ -z "$bad" ] || { printf 'lines of %s need FILE.test<TAB>test name<TAB>reason:\n%s\n' "$known" "$bad" >&2; exit 2; }
 work=${3:-$(mktemp -d /tmp/quorvel-ipp.XXXXXX)}
 mkdir -p "$work" && work=$(realpath "$work") && cd "$work" || { echo "cannot use $work" >&2; exit 2; }
 suite=${IPPTOOL_DIR:-/usr/share/cups/ipptool}
-files=(ipp-1.1.test ipp-2.0.test ipp-everywhere.test)
+read -ra files <<<"${IPP_FILES:-ipp-1.1.test ipp-2.0.test ipp-everywhere.test}"
 limit=${IPP_FILE_TIMEOUT:-1500} # seconds for one .test file; a job waits while earlier ones print
-for t in ipptool gs convert od timeout; do
-    command -v $t >/dev/null || { echo "$t is not installed" >&2; exit 2; }
-done
+for t in ipptool gs convert od timeout; do command -v $t >/dev/null || { echo "$t is not installed" >&2; exit 2; }; done
 for f in "${files[@]}"; do [ -r "$suite/$f" ] || { echo "no $suite/$f" >&2; exit 2; }; done
 gsx=(gs -q -dSAFER -dBATCH -dNOPAUSE --permit-file-read="$work/")
 
@@ -22,10 +23,8 @@ gsx=(gs -q -dSAFER -dBATCH -dNOPAUSE --permit-file-read="$work/")
 # so an interrupted run never leaves half a sample behind for the next one to reuse.
 mk() {
     local out=$1; shift
-    [ -s "$out" ] && return 0
-    mkdir -p "$(dirname "$out")"
-    if "${@//@OUT@/$out.part}" >>make.log 2>&1 && [ -s "$out.part" ]; then mv "$out.part" "$out"; return 0; fi
-    rm -f "$out.part"; echo "could not make $work/$out (see $work/make.log)" >&2; return 1
+    [ -s "$out" ] || { mkdir -p "$(dirname "$out")" && "${@//@OUT@/$out.part}" >>make.log 2>&1 && mv "$out.part" "$out"; } ||
+        { rm -f "$out.part"; echo "could not make $work/$out (see $work/make.log)" >&2; return 1; }
 }
 
 # What the printer takes decides which raster samples the tests will send.
@@ -48,16 +47,12 @@ caps=$(tail -n +2 <<<"$caps")
 
 # Sources: text and graphics over PAGES pages, and a photo-like JPEG placed on 4x6 in. media.
 cat >doc.ps <<'EOF'
-/PAGES where { pop } { /PAGES 3 def } ifelse
-/Helvetica findfont 20 scalefont setfont
-1 1 PAGES { /p exch def
-  currentpagedevice /PageSize get aload pop /h exch def /w exch def
-  0 setgray 54 h 90 sub moveto (Quorvel sample page ) show p 3 string cvs show
-  ( of ) show PAGES 3 string cvs show
+/PAGES where { pop } { /PAGES 3 def } ifelse /Helvetica findfont 20 scalefont setfont
+1 1 PAGES { /p exch def currentpagedevice /PageSize get aload pop /h exch def /w exch def
+  0 setgray 54 h 90 sub moveto (Quorvel sample page ) show p 3 string cvs show ( of ) show PAGES 3 string cvs show
   0 1 9 { /i exch def i 9 div setgray 54 i 45 mul add h 200 sub 40 40 rectfill } for
-  0.85 0.1 0.1 setrgbcolor 54 200 150 150 rectfill 0.1 0.6 0.2 setrgbcolor 220 200 150 150 rectfill
-  0.1 0.2 0.85 setrgbcolor 386 200 150 150 rectfill 0 setgray 2 setlinewidth
-  54 100 moveto w 54 sub h 250 sub lineto stroke showpage } for
+  [[0.85 0.1 0.1] [0.1 0.6 0.2] [0.1 0.2 0.85]] { aload pop setrgbcolor 54 200 150 150 rectfill 166 0 translate } forall
+  -498 0 translate 0 setgray 2 setlinewidth 54 100 moveto w 54 sub h 250 sub lineto stroke showpage } for
 EOF
 cat >photo4x6.ps <<'EOF'
 << /PageSize [288 432] >> setpagedevice 288 432 scale
@@ -88,8 +83,7 @@ for f in $(grep -ho 'pwg-raster-samples-[0-9]*dpi/[^ ]*\.pwg' "$suite/ipp-everyw
     if ! grep -qw "${res}dpi" <<<"$caps" || ! grep -qw "${type/-/_}" <<<"$caps"; then
         # Never sent (its test skips what the printer does not take), but ipptool stops reading
         # the whole .test file at a FILE line naming a missing file. Empty, so never taken as a sample.
-        [ -e "$f" ] || { mkdir -p "${f%/*}" && : >"$f"; }
-        continue
+        [ -e "$f" ] || { mkdir -p "${f%/*}" && : >"$f"; }; continue
     fi
     read -r cs bits <<<"${cspace[$type]}"
     mk "$f" "${gsx[@]}" -sDEVICE=pwgraster -r"$res" -dcupsColorSpace="$cs" -dcupsBitsPerColor="$bits" \
@@ -98,25 +92,25 @@ for f in $(grep -ho 'pwg-raster-samples-[0-9]*dpi/[^ ]*\.pwg' "$suite/ipp-everyw
     got="$(hdr "$f" 276 8) $(hdr "$f" 352 8) $(hdr "$f" 384 4) $(hdr "$f" 400 4)"
     [ "$got" = "$want" ] || { echo "$f: header says '$got', wanted '$want'" >&2; rm -f "$f"; ok=0; }
 done
-[ $ok = 1 ] || { echo "sample files are missing; the tests would skip silently" >&2; exit 2; }
-echo "samples in $work: $(find pwg-raster-samples-* -name '*.pwg' 2>/dev/null | wc -l) raster files for: $caps"
+[ $ok = 1 ] || { echo "the sample files could not all be made; see $work/make.log" >&2; exit 2; }
+echo "samples in $work: $(find pwg-raster-samples-* -name '*.pwg' -size +0 | wc -l) raster files for: $caps"
 
 # plist -> "PASS|FAIL|SKIP<TAB>name<TAB>errors"; only a test's own keys are capitalised.
 results() {
     awk 'function unx(s) { gsub(/<[^>]*>/, "", s); gsub(/&lt;/, "<", s); gsub(/&gt;/, ">", s)
                            gsub(/&quot;/, "\"", s); gsub(/&amp;/, "\\&", s); return s }
-         function flush() { if (name != "") print (skip ? "SKIP" : ok == "<true />" ? "PASS" : "FAIL") "\t" name "\t" err; name = "" }
-         key == "Name" { flush(); name = unx($0); ok = ""; skip = 0; err = "" }
-         key == "Successful" && ok == "" { ok = $0 }
+         function flush() { if (name != "") print (skip ? "SKIP" : ok ? "PASS" : "FAIL") "\t" name "\t" err; name = "" }
+         key == "Name" { flush(); name = unx($0); ok = -1; skip = 0; err = "" }
+         key == "Successful" && ok < 0 { ok = ($0 == "<true />") }
          key == "Skipped" { skip = ($0 == "<true />") }
-         inerr && /^<\/array>/ { inerr = 0 }
-         inerr && /^<string>/ { err = err (err == "" ? "" : " | ") unx($0) }
-         { key = "" } /^<key>[A-Z][A-Za-z]*<\/key>$/ { key = unx($0); if (key == "Errors") inerr = 1 }
+         inerr && /^<\/array>/ { inerr = 0 } inerr && /^<string>/ { err = err (err == "" ? "" : " | ") unx($0) }
+         { key = "" } /^<key>[A-Z][A-Za-z]*<\/key>$/ { key = unx($0); inerr = (key == "Errors") }
          END { flush() }' "$1"
 }
 
+say() { printf '%s\n' "$@" | tee -a summary.txt; }
 rc=0
-: >failures.tsv
+: >summary.txt; : >failures.tsv
 for f in "${files[@]}"; do
     ver=${f#ipp-} && ver=${ver%.test} && [[ $ver =~ ^[0-9.]+$ ]] || ver=2.0 # as each file's usage says
     timeout "$limit" ipptool -T 30 -I -R -X -V "$ver" -f color.jpg "$uri" "$suite/$f" >"$f.plist" 2>"$f.err"
@@ -124,22 +118,18 @@ for f in "${files[@]}"; do
     results "$f.plist" >"$f.tsv"
     awk -F'\t' '{ print "[" $1 "] " $2; if ($3 != "") print "        " $3 }' "$f.tsv" >"$f.txt"
     read -r p x s <<<"$(awk -F'\t' '{ n[$1]++ } END { print n["PASS"]+0, n["FAIL"]+0, n["SKIP"]+0 }' "$f.tsv")"
-    echo "$f: $p pass, $x fail, $s skip" | tee -a summary.new
+    say "$f: $p pass, $x fail, $s skip"
     stop=$(sed -n '/^<key>ErrorMessage<\/key>$/{n;s/<[^>]*>//g;p;}' "$f.plist")
     if [ $code = 124 ] || [ -n "$stop" ] || [ $((p + x + s)) = 0 ]; then
-        echo "  $f did not run to its end (ipptool status $code${stop:+: $stop}; see $work/$f.err)" | tee -a summary.new
-        rc=1
+        say "  $f did not run to its end (ipptool status $code${stop:+: $stop}; see $work/$f.err)"; rc=1
     fi
-    awk -F'\t' -v f="$f" '$1 == "FAIL" { print f "\t" $2 }' "$f.tsv" | sort -u >>failures.tsv
+    awk -F'\t' -v f="$f" '$1 == "FAIL" { print f "\t" $2 }' "$f.tsv" >>failures.tsv
 done
-grep -v '^[[:space:]]*#' "$known" | awk -F'\t' 'NF >= 2 { print $1 "\t" $2 }' | sort -u >known.tsv
-unlisted=$(sort -u failures.tsv | comm -23 - known.tsv)
-fixed=$(sort -u failures.tsv | comm -13 - known.tsv)
-if [ -n "$unlisted" ]; then
-    { echo "failures not in $known:"; sed 's/^/  /' <<<"$unlisted"; } | tee -a summary.new
-    rc=1
-fi
-[ -z "$fixed" ] || { echo "listed as failing but did not fail now (take them off the list):"; sed 's/^/  /' <<<"$fixed"; } | tee -a summary.new
-echo "result: $([ $rc = 0 ] && echo PASS || echo FAIL); details in $work" | tee -a summary.new
-mv summary.new summary.txt
+sort -u -o failures.tsv failures.tsv
+grep -v '^[[:space:]]*#' "$known" | awk -F'\t' -v run=" ${files[*]} " 'index(run, " " $1 " ") { print $1 "\t" $2 }' |
+    sort -u >known.tsv
+unlisted=$(comm -23 failures.tsv known.tsv) fixed=$(comm -13 failures.tsv known.tsv)
+[ -z "$unlisted" ] || { rc=1; say "failures not in $known:" "$(sed 's/^/  /' <<<"$unlisted")"; }
+[ -z "$fixed" ] || say "listed as failing but did not fail now (take them off the list):" "$(sed 's/^/  /' <<<"$fixed")"
+say "result: $([ $rc = 0 ] && echo PASS || echo FAIL); details in $work"
 exit $rc
