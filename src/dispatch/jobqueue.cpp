@@ -133,8 +133,8 @@ bool JobQueue::adopt(const QString& partPath, Sender sender)
     const QString path = enqueueName(partPath, sender.from);
     if (path.isEmpty()) {
         if (sender.verdict)
-            sender.verdict({JobOutcome::Status::Failed,
-                            QStringLiteral("its spool file was removed"), {}, -1});
+            sender.verdict(
+                {JobOutcome::Status::Failed, QStringLiteral("its spool file was removed"), {}, -1});
         return false;
     }
     Entry entry{path, QByteArray(), sender.from, QDateTime::currentDateTime()};

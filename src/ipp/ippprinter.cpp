@@ -3,9 +3,9 @@
 #include "common/paths.h"
 #include "platform/quitsignals.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QCoreApplication>
 #include <QFileInfo>
 #include <QHostAddress>
 #include <QPointer>
@@ -28,10 +28,11 @@
 namespace
 {
 // What the printer takes; PWG raster and URF come line by line through the raster callbacks.
-constexpr const char* kFiledFormats[] = {"application/pdf", "application/postscript",
-                                         "image/jpeg", "image/png", "application/octet-stream"};
+constexpr const char* kFiledFormats[] = {"application/pdf", "application/postscript", "image/jpeg",
+                                         "image/png", "application/octet-stream"};
 constexpr const char* kDriver = "quorvel";
-constexpr const char* kDeviceId = "MFG:Quorvel;MDL:Quorvel;CMD:PDF,POSTSCRIPT,JPEG,PNG,PWGRASTER,URF;";
+constexpr const char* kDeviceId =
+    "MFG:Quorvel;MDL:Quorvel;CMD:PDF,POSTSCRIPT,JPEG,PNG,PWGRASTER,URF;";
 constexpr int kLibraryLogBytes = 1 << 20;
 constexpr std::size_t kRememberedJobs = 1024;
 
@@ -126,8 +127,8 @@ struct IppPrinter::Private {
     static bool rasterStart(pappl_job_t* job, pappl_pr_options_t*, pappl_device_t*);
     static bool rasterPage(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
                            unsigned);
-    static bool rasterLine(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
-                           unsigned, const unsigned char* line);
+    static bool rasterLine(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*, unsigned,
+                           const unsigned char* line);
     static bool rasterPageEnd(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
                               unsigned)
     {
@@ -178,14 +179,14 @@ bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool 
     // The library removes its document when this returns: the spool gets its own name.
     const QString part = partName(id);
     const QByteArray from = QFile::encodeName(source), to = QFile::encodeName(part);
-    const bool placed = ours ? ::rename(from.constData(), to.constData()) == 0
-                             : ::link(from.constData(), to.constData()) == 0 ||
-                                   QFile::copy(source, part);
+    const bool placed =
+        ours ? ::rename(from.constData(), to.constData()) == 0
+             : ::link(from.constData(), to.constData()) == 0 || QFile::copy(source, part);
     if (!placed) {
         log(QStringLiteral("IPP job %1 is refused: its document cannot be kept in %2 (%3)")
                 .arg(id)
-                .arg(QDir::toNativeSeparators(config.spoolFolder), QString::fromLocal8Bit(
-                                                                        std::strerror(errno))));
+                .arg(QDir::toNativeSeparators(config.spoolFolder),
+                     QString::fromLocal8Bit(std::strerror(errno))));
         finish(job, {JobOutcome::Status::Failed, QStringLiteral("not kept"), {}, -1});
         return fail(QStringLiteral("its document cannot be kept"));
     }
@@ -231,7 +232,9 @@ bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool 
         changed.wait(lock, [&] { return waiting->done || stopping; });
         if (!waiting->done) {
             waiting->outcome = {JobOutcome::Status::Failed,
-                                QStringLiteral("the print server stopped first"), {}, -1};
+                                QStringLiteral("the print server stopped first"),
+                                {},
+                                -1};
             waiting->done = true;
         }
         outcome = waiting->outcome;
@@ -253,11 +256,11 @@ void IppPrinter::Private::finish(pappl_job_t* job, const JobOutcome& outcome)
         papplJobSetImpressionsCompleted(job, outcome.pages);
     }
     using Status = JobOutcome::Status;
-    const QString said =
-        outcome.status == Status::Done ? QStringLiteral("Done: %1").arg(outcome.outputs.join(", "))
-        : outcome.status == Status::KeptUnconverted
-            ? QStringLiteral("Kept as it came: %1").arg(outcome.outputs.join(", "))
-            : QStringLiteral("Not done: %1").arg(outcome.reason);
+    const QString said = outcome.status == Status::Done
+                             ? QStringLiteral("Done: %1").arg(outcome.outputs.join(", "))
+                         : outcome.status == Status::KeptUnconverted
+                             ? QStringLiteral("Kept as it came: %1").arg(outcome.outputs.join(", "))
+                             : QStringLiteral("Not done: %1").arg(outcome.reason);
     papplJobSetMessage(job, "%s", said.left(255).toUtf8().constData());
 }
 
@@ -286,8 +289,8 @@ bool IppPrinter::Private::rasterStart(pappl_job_t* job, pappl_pr_options_t*, pap
     return !raster->failed;
 }
 
-bool IppPrinter::Private::rasterPage(pappl_job_t* job, pappl_pr_options_t* options,
-                                     pappl_device_t*, unsigned)
+bool IppPrinter::Private::rasterPage(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
+                                     unsigned)
 {
     auto* raster = static_cast<Raster*>(papplJobGetData(job));
     if (raster)
@@ -297,8 +300,8 @@ bool IppPrinter::Private::rasterPage(pappl_job_t* job, pappl_pr_options_t* optio
     return raster && !raster->failed;
 }
 
-bool IppPrinter::Private::rasterLine(pappl_job_t* job, pappl_pr_options_t* options,
-                                     pappl_device_t*, unsigned, const unsigned char* line)
+bool IppPrinter::Private::rasterLine(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t*,
+                                     unsigned, const unsigned char* line)
 {
     auto* raster = static_cast<Raster*>(papplJobGetData(job));
     const unsigned bytes = options->header.cupsBytesPerLine;
@@ -338,8 +341,7 @@ bool IppPrinter::Private::rasterEnd(pappl_job_t* job, pappl_pr_options_t*, pappl
     return self->handOff(job, raster->path, true, "image/pwg-raster");
 }
 
-http_status_t IppPrinter::Private::authorize(pappl_client_t* client, const char*, gid_t,
-                                             void* data)
+http_status_t IppPrinter::Private::authorize(pappl_client_t* client, const char*, gid_t, void* data)
 {
     // Asked before a job is made, on the thread that then makes it: the job's sender is known.
     auto* self = static_cast<Private*>(data);
@@ -380,8 +382,7 @@ bool IppPrinter::Private::driver(pappl_system_t*, const char*, const char*, cons
         pappl_pr_driver_data_t own;
         static_cast<Private*>(papplPrinterGetDriverData(printer, &own)->extension)
             ->log(QStringLiteral("An IPP client asks this printer to show itself%1")
-                      .arg(message && *message ? QStringLiteral(": ") + text(message)
-                                               : QString()));
+                      .arg(message && *message ? QStringLiteral(": ") + text(message) : QString()));
     };
     d->identify_default = d->identify_supported = PAPPL_IDENTIFY_ACTIONS_DISPLAY;
     d->printfile_cb = nullptr;
@@ -402,8 +403,8 @@ bool IppPrinter::Private::driver(pappl_system_t*, const char*, const char*, cons
     d->content_default = PAPPL_CONTENT_AUTO;
     d->quality_default = IPP_QUALITY_NORMAL;
     d->scaling_default = PAPPL_SCALING_AUTO;
-    d->raster_types =
-        PAPPL_PWG_RASTER_TYPE_BLACK_1 | PAPPL_PWG_RASTER_TYPE_SGRAY_8 | PAPPL_PWG_RASTER_TYPE_SRGB_8;
+    d->raster_types = PAPPL_PWG_RASTER_TYPE_BLACK_1 | PAPPL_PWG_RASTER_TYPE_SGRAY_8 |
+                      PAPPL_PWG_RASTER_TYPE_SRGB_8;
     d->sides_supported = PAPPL_SIDES_ONE_SIDED;
     d->sides_default = PAPPL_SIDES_ONE_SIDED;
     d->orient_default = IPP_ORIENT_PORTRAIT;
@@ -503,11 +504,10 @@ bool IppPrinter::start(QString* why)
     papplSystemSetMaxLogSize(d->system, kLibraryLogBytes);
     papplSystemSetMaxClients(d->system, d->config.listen.maxConnections);
     const QHostAddress& address = d->config.listen.address;
-    const QByteArray listenOn =
-        address == QHostAddress::Any || address == QHostAddress::AnyIPv4 ||
-                address == QHostAddress::AnyIPv6
-            ? QByteArray()
-            : address.toString().toLatin1();
+    const QByteArray listenOn = address == QHostAddress::Any || address == QHostAddress::AnyIPv4 ||
+                                        address == QHostAddress::AnyIPv6
+                                    ? QByteArray()
+                                    : address.toString().toLatin1();
     if (!papplSystemAddListeners(d->system, listenOn.isEmpty() ? nullptr : listenOn.constData())) {
         *why = QStringLiteral("port %1 cannot be listened to (%2)")
                    .arg(d->config.port)
@@ -522,8 +522,7 @@ bool IppPrinter::start(QString* why)
         papplSystemAddMIMEFilter(d->system, format, "application/pdf", Private::filterDocument,
                                  d.get());
     static pappl_pr_driver_t drivers[] = {{kDriver, "Quorvel", kDeviceId, nullptr}};
-    papplSystemSetPrinterDrivers(d->system, 1, drivers, nullptr, nullptr, Private::driver,
-                                 d.get());
+    papplSystemSetPrinterDrivers(d->system, 1, drivers, nullptr, nullptr, Private::driver, d.get());
     pappl_printer_t* printer =
         papplPrinterCreate(d->system, 0, "Quorvel", kDriver, kDeviceId, "quorvel://spool");
     if (!printer) {

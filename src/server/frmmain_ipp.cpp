@@ -43,15 +43,15 @@ void frmMain::startIpp(int port, int workers)
     dnssd->advertise(config.name, QStringLiteral("_pdl-datastream._tcp"), m_Listen.port,
                      pdlDatastreamTxt(QStringLiteral("Quorvel print server")));
     addStatus(QStringLiteral("IPP printer \"%1\" at ipp://%2:%3/ipp/print")
-                  .arg(config.name,
-                       m_Listen.address == QHostAddress::Any ? QStringLiteral("HOST")
-                                                             : m_Listen.address.toString())
+                  .arg(config.name, m_Listen.address == QHostAddress::Any
+                                        ? QStringLiteral("HOST")
+                                        : m_Listen.address.toString())
                   .arg(port));
 }
 #else
 void frmMain::startIpp(int port, int)
 {
-    addStatus(QStringLiteral("No IPP printer on port %1: this build of Quorvel has none")
-                  .arg(port));
+    addStatus(
+        QStringLiteral("No IPP printer on port %1: this build of Quorvel has none").arg(port));
 }
 #endif

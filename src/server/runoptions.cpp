@@ -187,9 +187,11 @@ bool RunOptions::parse(const QStringList& arguments)
         {QStringLiteral("jobs"),
          QStringLiteral("Show the jobs window, in the running instance or a new one.")}};
     parser.addOptions({windowOpts[0], windowOpts[1]});
-    parser.addOptions({headlessOpt, portOpt, folderOpt, outputOpt, colourOpt, printerOpt,
-                       registerOpt, getOpt, pollOpt, afterFetchOpt, listenOpt, allowOpt, maxOpt,
-                       queueOpt, workersOpt, ippOpt, ippPortOpt, limitOpts[0], limitOpts[1], limitOpts[2], historyOpt});
+    parser.addOptions({headlessOpt, portOpt,     folderOpt,    outputOpt,    colourOpt,
+                       printerOpt,  registerOpt, getOpt,       pollOpt,      afterFetchOpt,
+                       listenOpt,   allowOpt,    maxOpt,       queueOpt,     workersOpt,
+                       ippOpt,      ippPortOpt,  limitOpts[0], limitOpts[1], limitOpts[2],
+                       historyOpt});
     for (const QCommandLineOption& o : cloudOpts)
         parser.addOption(o);
     if (!parser.parse(arguments)) {

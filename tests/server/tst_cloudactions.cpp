@@ -61,14 +61,19 @@ private slots:
         QTest::addColumn<QStringList>(
             "receiver"); // its options besides --register and --cloud-poll
         QTest::addColumn<bool>("deletes");
-        QTest::newRow("one buffer, files kept") << QStringList() << false;
+        QTest::addColumn<bool>("ipp"); // the sender takes the jobs by IPP, not on its 9100 port
+        QTest::newRow("one buffer, files kept") << QStringList() << false << false;
         QTest::newRow("queue, files deleted")
-            << QStringList{"--job-queue", "--cloud-after-fetch", "delete"} << true;
+            << QStringList{"--job-queue", "--cloud-after-fetch", "delete"} << true << false;
+#ifdef QUORVEL_HAVE_IPP
+        QTest::newRow("IPP in, cloud out") << QStringList() << false << true;
+#endif
     }
     void cloudRoad()
     {
         QFETCH(QStringList, receiver);
         QFETCH(bool, deletes);
+        QFETCH(bool, ipp);
         // Every byte value, read past by the job itself; and one over 1 MB.
         QByteArrayList jobs = {"%!PS\ncurrentfile 256 string readstring\n" + allByteValues() +
                                    " pop pop\n/Helvetica findfont 24 scalefont setfont 72 700 "
@@ -90,9 +95,20 @@ private slots:
                                   {"CloudClientUserId", kInstallation},
                                   {"CloudClientServerId", kEmail}})
             programs[0].put(key, value);
-        QVERIFY(programs[0].start({"--output", "cloud", "--job-queue"}));
+        const quint16 ippPort = freePort();
+        QVERIFY(programs[0].start(
+            ipp ? QStringList{"--output", "cloud", "--ipp-port", QString::number(ippPort)}
+                : QStringList{"--output", "cloud", "--job-queue"}));
         for (const QByteArray& job : jobs) {
-            sendJob(programs[0].port, job);
+            QString said;
+            const QString file = programs[0].home.filePath("sent.ps");
+            if (!ipp)
+                sendJob(programs[0].port, job);
+            else
+                QVERIFY2(writeFile(file, job) &&
+                             ippPrint(QStringLiteral("ipp://127.0.0.1:%1/ipp/print").arg(ippPort),
+                                      file, "application/postscript", "cloud", &said),
+                         qPrintable(said));
             QTest::qWait(1100); // a name of its own
         }
         QTRY_COMPARE_WITH_TIMEOUT(filesBelow(m_collection).size(), 2, 15000);

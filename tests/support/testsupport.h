@@ -319,6 +319,64 @@ struct HeadlessQuorvel {
     }
 };
 
+// Sends FILE as document-format TYPE by IPP Print-Job to URI with ipptool, waiting out busy
+// answers, then waits until the job has ended; true when it completed. said: ipptool's words.
+inline bool ippPrint(const QString& uri, const QString& file, const QString& type,
+                     const QString& title = QStringLiteral("job"), QString* said = nullptr,
+                     int jobs = 1)
+{
+    QTemporaryDir dir;
+    const QString test = dir.filePath(QStringLiteral("print.test"));
+    writeFile(test, R"({
+  NAME "Print-Job" OPERATION Print-Job
+  GROUP operation-attributes-tag
+  ATTR charset attributes-charset utf-8
+  ATTR naturalLanguage attributes-natural-language en
+  ATTR uri printer-uri $uri
+  ATTR name requesting-user-name alice
+  ATTR name job-name "$title"
+  ATTR mimeMediaType document-format $type
+  FILE $filename
+  STATUS successful-ok
+  STATUS server-error-busy REPEAT-MATCH
+  EXPECT job-id
+}
+{
+  NAME "Wait" OPERATION Get-Job-Attributes DELAY "0,0.2"
+  GROUP operation-attributes-tag
+  ATTR charset attributes-charset utf-8
+  ATTR naturalLanguage attributes-natural-language en
+  ATTR uri printer-uri $uri
+  ATTR integer job-id $job-id
+  STATUS successful-ok
+  EXPECT job-state WITH-VALUE >6 REPEAT-NO-MATCH
+  EXPECT job-state WITH-VALUE 9
+  DISPLAY job-state-message
+}
+)");
+    QStringList args{QStringLiteral("240"),
+                     QStringLiteral("ipptool"),
+                     QStringLiteral("-tv"),
+                     QStringLiteral("-T"),
+                     QStringLiteral("60"),
+                     QStringLiteral("-f"),
+                     file,
+                     QStringLiteral("-d"),
+                     QStringLiteral("type=") + type,
+                     QStringLiteral("-d"),
+                     QStringLiteral("title=") + title,
+                     uri};
+    for (int job = 0; job < jobs; ++job) // each file given is run in turn
+        args << test;
+    QProcess p;
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(QStringLiteral("timeout"), args);
+    p.waitForFinished(250000);
+    if (said)
+        *said = QString::fromLocal8Bit(p.readAll());
+    return p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+}
+
 // Tests of the notification area run on the xtray fixture's display (Xvfb
 // with trayer). Call useXtrayDisplay() in main before the application exists.
 inline bool useXtrayDisplay()
