@@ -11,6 +11,7 @@
 #include <QPointer>
 #include <QTcpSocket>
 #include <QThread>
+#include <QTimer>
 #include <atomic>
 #include <condition_variable>
 #include <cstring>
@@ -85,9 +86,16 @@ struct IppPrinter::Private {
     Host host;
     pappl_system_t* system = nullptr;
     std::thread loop;
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool stopping = false;
+    // Shared with the verdicts, which may come after this printer is gone.
+    struct Sync {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool stopping = false;
+    };
+    std::shared_ptr<Sync> sync = std::make_shared<Sync>();
+    std::mutex& mutex = sync->mutex;
+    std::condition_variable& changed = sync->changed;
+    bool& stopping = sync->stopping;
     std::map<int, std::shared_ptr<Waiting>> jobs; // by job-id, kept a while after they end
     std::deque<int> ended;
     std::atomic<quint64> parts{0};
@@ -147,7 +155,35 @@ struct IppPrinter::Private {
             papplPrinterGetDriverData(papplJobGetPrinter(job), &data)->extension);
     }
     QByteArray page; // the library serves it from here
+    pappl_printer_t* printer = nullptr;
+    // Jobs the library ended before their document was handed over (a full disk) send no
+    // event: a look now and then finds them, for the log.
+    void sweep();
 };
+
+void IppPrinter::Private::sweep()
+{
+    std::vector<int> ids;
+    {
+        std::lock_guard lock(mutex);
+        for (const auto& [id, from] : senders)
+            ids.push_back(id);
+    }
+    for (const int id : ids) {
+        pappl_job_t* job = papplPrinterFindJob(printer, id);
+        const ipp_jstate_t state = job ? papplJobGetState(job) : IPP_JSTATE_ABORTED;
+        if (state < IPP_JSTATE_CANCELED)
+            continue;
+        std::lock_guard lock(mutex);
+        if (!senders.erase(id) || jobs.count(id))
+            continue; // handed over meanwhile
+        if (state != IPP_JSTATE_COMPLETED)
+            log(QStringLiteral("IPP job %1 is refused before it was kept (%2): the client was "
+                               "told, and nothing of it is kept")
+                    .arg(id)
+                    .arg(text(ippEnumString("job-state", state))));
+    }
+}
 
 bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool ours,
                                   const char* format)
@@ -217,11 +253,11 @@ bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool 
             if (!to2)
                 return;
             Private* self = to2->d.get();
-            self->host.print(doc, [self = to2->d.get(), waiting](const JobOutcome& outcome) {
-                std::lock_guard lock(self->mutex);
+            self->host.print(doc, [sync = self->sync, waiting](const JobOutcome& outcome) {
+                std::lock_guard lock(sync->mutex);
                 waiting->outcome = outcome;
                 waiting->done = true;
-                self->changed.notify_all();
+                sync->changed.notify_all();
             });
         },
         Qt::QueuedConnection);
@@ -336,6 +372,8 @@ bool IppPrinter::Private::rasterEnd(pappl_job_t* job, pappl_pr_options_t*, pappl
     }
     if (raster->failed) {
         QFile::remove(raster->path);
+        std::lock_guard lock(self->mutex); // said once: not again as refused
+        self->jobs.emplace(papplJobGetID(job), std::make_shared<Waiting>(Waiting{true, {}}));
         return false;
     }
     return self->handOff(job, raster->path, true, "image/pwg-raster");
@@ -363,12 +401,15 @@ http_status_t IppPrinter::Private::authorize(pappl_client_t* client, const char*
 void IppPrinter::Private::event(pappl_system_t*, pappl_printer_t*, pappl_job_t* job,
                                 pappl_event_t event, void* data)
 {
-    // Made on the thread of the request that created it, whose address operation() saw.
-    if (!(event & PAPPL_EVENT_JOB_CREATED) || !job)
-        return;
     auto* self = static_cast<Private*>(data);
+    if (!job)
+        return;
+    const int id = papplJobGetID(job);
     std::lock_guard lock(self->mutex);
-    self->senders[papplJobGetID(job)] = t_peer;
+    // Made on the thread of the request that created it, whose address authorize() saw.
+    if (!(event & PAPPL_EVENT_JOB_CREATED))
+        return;
+    self->senders[id] = t_peer;
     while (self->senders.size() > kRememberedJobs) // jobs cancelled before they started
         self->senders.erase(self->senders.begin());
 }
@@ -530,6 +571,10 @@ bool IppPrinter::start(QString* why)
         papplSystemDelete(std::exchange(d->system, nullptr));
         return false;
     }
+    d->printer = printer;
+    auto* sweep = new QTimer(this);
+    connect(sweep, &QTimer::timeout, this, [this] { d->sweep(); });
+    sweep->start(2000);
     papplPrinterSetDNSSDName(printer, d->config.name.toUtf8().constData());
     if (const group* own = getgrgid(getgid()))
         papplPrinterSetPrintGroup(printer, own->gr_name);

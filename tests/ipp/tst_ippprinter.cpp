@@ -2,6 +2,7 @@
 
 #include <QSet>
 #include <future>
+#include <unistd.h>
 
 // The IPP printer of a headless Quorvel, driven by real clients: ipptool, a driverless CUPS
 // queue and avahi-browse, all on 127.0.0.1.
@@ -87,6 +88,17 @@ private slots:
         QVERIFY2(server.start({QStringLiteral("--ipp-port"), QString::number(ippPort)}),
                  qPrintable(server.log()));
         QVERIFY2(server.waitForLog(QStringLiteral("IPP printer")), qPrintable(server.log()));
+        // The driverless queue, made from the printer's attributes while it is idle.
+        const QMap<QString, QString> cups = serviceEnv(QStringLiteral("cups"));
+        QVERIFY2(!cups.isEmpty(), "the cups fixture is not up");
+        qputenv("CUPS_SERVER", cups.value("CUPS_SERVER").toLocal8Bit());
+        const QString said = runTool(QStringLiteral("lpadmin"),
+                                     {QStringLiteral("-p"), QStringLiteral("QuorvelIpp"),
+                                      QStringLiteral("-v"), uri(), QStringLiteral("-m"),
+                                      QStringLiteral("everywhere"), QStringLiteral("-E")});
+        const QString ppd = cups.value("CUPS_HOME") + QStringLiteral("/conf/ppd/QuorvelIpp.ppd");
+        QTRY_VERIFY2_WITH_TIMEOUT(readFile(ppd).contains("application/pdf"),
+                                  qPrintable(said + readFile(ppd)), 10000);
     }
 
     // Every format the printer takes becomes the PDF of its pages, and the job's record has the
@@ -153,19 +165,6 @@ private slots:
     {
         QFETCH(QString, file);
         QFETCH(int, pages);
-        const QMap<QString, QString> cups = serviceEnv(QStringLiteral("cups"));
-        QVERIFY2(!cups.isEmpty(), "the cups fixture is not up");
-        qputenv("CUPS_SERVER", cups.value("CUPS_SERVER").toLocal8Bit());
-        static bool made = false;
-        if (!made) {
-            const QString said = runTool(QStringLiteral("lpadmin"),
-                                         {QStringLiteral("-p"), QStringLiteral("QuorvelIpp"),
-                                          QStringLiteral("-v"), uri(), QStringLiteral("-m"),
-                                          QStringLiteral("everywhere"), QStringLiteral("-E")});
-            QVERIFY2(said.trimmed().isEmpty() || !said.contains(QLatin1String("rror")),
-                     qPrintable(said));
-            made = true;
-        }
         const QSet<QString> before = outputs();
         const QString said =
             runTool(QStringLiteral("lp"), {QStringLiteral("-d"), QStringLiteral("QuorvelIpp"),
@@ -246,6 +245,31 @@ private slots:
         QVERIFY2(said.contains(QLatin1String("client-error-forbidden")), qPrintable(said));
         QVERIFY(guarded.waitForLog(QStringLiteral("IPP request from 127.0.0.1 refused")));
         QVERIFY(QDir(guarded.jobFolder()).entryList({QStringLiteral("*.pdf")}).isEmpty());
+    }
+
+    // A document too big for the disk is refused, logged and not kept; the next job prints.
+    void fullDiskRefusesTheJob()
+    {
+        if (getuid() != 0)
+            QSKIP("mounting a small file system needs root");
+        HeadlessQuorvel small;
+        QVERIFY(QProcess::execute(
+                    "mount", {"-t", "tmpfs", "-o", "size=4m", "tmpfs", small.home.path()}) == 0);
+        const auto unmount = qScopeGuard([&] {
+            small.stop();
+            QProcess::execute("umount", {small.home.path()});
+        });
+        const quint16 port = freePort();
+        QVERIFY(small.start({"--ipp-port", QString::number(port)}));
+        QVERIFY(small.waitForLog("IPP printer"));
+        const QString big = work.filePath("big.ps");
+        QVERIFY(writeFile(big, makePsJob(1) + QByteArray(8 << 20, '%')));
+        const auto [ok, said] = print(big, "application/postscript", "big", port);
+        QVERIFY2(!ok && said.contains("server-error"), qPrintable(said));
+        QVERIFY2(small.waitForLog("is refused before it was kept"), qPrintable(small.log()));
+        QCOMPARE(QDir(small.jobFolder()).entryList({"*.pdf"}, QDir::Files).size(), 0);
+        QVERIFY(print(work.filePath("three.ps"), "application/postscript", "after", port).first);
+        QCOMPARE(QDir(small.jobFolder()).entryList({"*.pdf"}, QDir::Files).size(), 1);
     }
 
     // ipptool's own conformance files: every test passes but the known failures.
