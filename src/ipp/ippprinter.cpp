@@ -214,10 +214,10 @@ bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool 
     };
     // The library removes its document when this returns: the spool gets its own name.
     const QString part = partName(id);
-    const QByteArray from = QFile::encodeName(source), to = QFile::encodeName(part);
-    const bool placed =
-        ours ? ::rename(from.constData(), to.constData()) == 0
-             : ::link(from.constData(), to.constData()) == 0 || QFile::copy(source, part);
+    const QByteArray sourceName = QFile::encodeName(source), partFile = QFile::encodeName(part);
+    const bool placed = ours ? ::rename(sourceName.constData(), partFile.constData()) == 0
+                             : ::link(sourceName.constData(), partFile.constData()) == 0 ||
+                                   QFile::copy(source, part);
     if (!placed) {
         log(QStringLiteral("IPP job %1 is refused: its document cannot be kept in %2 (%3)")
                 .arg(id)
@@ -226,7 +226,7 @@ bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool 
         finish(job, {JobOutcome::Status::Failed, QStringLiteral("not kept"), {}, -1});
         return fail(QStringLiteral("its document cannot be kept"));
     }
-    if (const int fd = ::open(to.constData(), O_RDONLY | O_CLOEXEC); fd >= 0) {
+    if (const int fd = ::open(partFile.constData(), O_RDONLY | O_CLOEXEC); fd >= 0) {
         ::fsync(fd); // the job exists once its bytes are on the disk
         ::close(fd);
     }
@@ -246,13 +246,13 @@ bool IppPrinter::Private::handOff(pappl_job_t* job, const QString& source, bool 
         }
     }
 
-    QPointer<IppPrinter> to2 = owner;
+    QPointer<IppPrinter> printer = owner;
     QMetaObject::invokeMethod(
         owner,
-        [to2, doc, waiting] {
-            if (!to2)
+        [printer, doc, waiting] {
+            if (!printer)
                 return;
-            Private* self = to2->d.get();
+            Private* self = printer->d.get();
             self->host.print(doc, [sync = self->sync, waiting](const JobOutcome& outcome) {
                 std::lock_guard lock(sync->mutex);
                 waiting->outcome = outcome;

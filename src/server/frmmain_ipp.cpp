@@ -1,5 +1,4 @@
 // The IPP printer: a second way in to the same job queue.
-#include "common/log.h"
 #include "common/paths.h"
 #include "dispatch/jobqueue.h"
 #include "server/frmmain.h"
