@@ -14,28 +14,6 @@ for i in $(seq 10); do
     printf '/Helvetica findfont 24 scalefont setfont 72 700 moveto (Page %d of 10) show\n' "$i"
     printf '0 1 60 { /y exch def 72 650 y 9 mul sub moveto (Line ) show } for showpage\n'
 done | gs -q -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -sOutputFile="$work/ten.pdf" -
-cat >"$work/print.test" <<'TEST'
-{ NAME "Print-Job" OPERATION Print-Job
-  GROUP operation-attributes-tag
-  ATTR charset attributes-charset utf-8
-  ATTR naturalLanguage attributes-natural-language en
-  ATTR uri printer-uri $uri
-  ATTR name requesting-user-name bench
-  ATTR mimeMediaType document-format application/pdf
-  FILE $filename
-  STATUS successful-ok
-  STATUS server-error-busy REPEAT-MATCH
-  EXPECT job-id }
-{ NAME "Wait" OPERATION Get-Job-Attributes DELAY "0,0.005"
-  GROUP operation-attributes-tag
-  ATTR charset attributes-charset utf-8
-  ATTR naturalLanguage attributes-natural-language en
-  ATTR uri printer-uri $uri
-  ATTR integer job-id $job-id
-  STATUS successful-ok
-  EXPECT job-state WITH-VALUE >6 REPEAT-NO-MATCH
-  EXPECT job-state WITH-VALUE 9 }
-TEST
 
 port=$(freeport) ipp=$(freeport)
 QUORVEL_SETTINGS_DIR="$work" "$bin" --headless --port "$port" --ipp-port "$ipp" \
@@ -46,9 +24,10 @@ grep -q "IPP printer" "$work/log" || { echo "no IPP printer:" >&2; cat "$work/lo
 
 # Each job is sent by a client program of its own, timed from its start: nc for port 9100
 # (ended by the job's line in the log), ipptool for IPP (ended by the job's completed state).
-python3 - "$port" "$ipp" "$work" "$runs" >"$work/times" <<'PY'
+python3 - "$port" "$ipp" "$work" "$runs" "$(dirname "$0")/../../tests/support/ipp-print.test" \
+    >"$work/times" <<'PY'
 import subprocess, sys, time
-port, ipp, work, runs = sys.argv[1], sys.argv[2], sys.argv[3], int(sys.argv[4])
+port, ipp, work, runs, test = sys.argv[1], sys.argv[2], sys.argv[3], int(sys.argv[4]), sys.argv[5]
 log, pdf = work + "/log", work + "/ten.pdf"
 def logged():
     with open(log, "rb") as f:
@@ -56,8 +35,9 @@ def logged():
 jobs = 0
 for _ in range(runs):
     t0 = time.monotonic()
-    subprocess.run(["ipptool", "-T", "60", "-f", pdf, "ipp://127.0.0.1:%s/ipp/print" % ipp,
-                    work + "/print.test"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["ipptool", "-T", "60", "-f", pdf, "-d", "type=application/pdf", "-d",
+                    "title=bench", "-d", "poll=0.005", "ipp://127.0.0.1:%s/ipp/print" % ipp,
+                    test], check=True, stdout=subprocess.DEVNULL)
     t_ipp = time.monotonic() - t0
     jobs += 2
     time.sleep(0.2)

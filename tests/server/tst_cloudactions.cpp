@@ -99,6 +99,7 @@ private slots:
         QVERIFY(programs[0].start(
             ipp ? QStringList{"--output", "cloud", "--ipp-port", QString::number(ippPort)}
                 : QStringList{"--output", "cloud", "--job-queue"}));
+        QVERIFY(!ipp || programs[0].waitForLog("IPP printer")); // it starts after port 9100
         for (const QByteArray& job : jobs) {
             QString said;
             const QString file = programs[0].home.filePath("sent.ps");

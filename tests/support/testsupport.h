@@ -325,35 +325,7 @@ inline bool ippPrint(const QString& uri, const QString& file, const QString& typ
                      const QString& title = QStringLiteral("job"), QString* said = nullptr,
                      int jobs = 1)
 {
-    QTemporaryDir dir;
-    const QString test = dir.filePath(QStringLiteral("print.test"));
-    writeFile(test, R"({
-  NAME "Print-Job" OPERATION Print-Job
-  GROUP operation-attributes-tag
-  ATTR charset attributes-charset utf-8
-  ATTR naturalLanguage attributes-natural-language en
-  ATTR uri printer-uri $uri
-  ATTR name requesting-user-name alice
-  ATTR name job-name "$title"
-  ATTR mimeMediaType document-format $type
-  FILE $filename
-  STATUS successful-ok
-  STATUS server-error-busy REPEAT-MATCH
-  EXPECT job-id
-}
-{
-  NAME "Wait" OPERATION Get-Job-Attributes DELAY "0,0.2"
-  GROUP operation-attributes-tag
-  ATTR charset attributes-charset utf-8
-  ATTR naturalLanguage attributes-natural-language en
-  ATTR uri printer-uri $uri
-  ATTR integer job-id $job-id
-  STATUS successful-ok
-  EXPECT job-state WITH-VALUE >6 REPEAT-NO-MATCH
-  EXPECT job-state WITH-VALUE 9
-  DISPLAY job-state-message
-}
-)");
+    const QString test = qEnvironmentVariable("QUORVEL_TEST_SUPPORT") + "/ipp-print.test";
     QStringList args{QStringLiteral("240"),
                      QStringLiteral("ipptool"),
                      QStringLiteral("-tv"),
@@ -365,6 +337,8 @@ inline bool ippPrint(const QString& uri, const QString& file, const QString& typ
                      QStringLiteral("type=") + type,
                      QStringLiteral("-d"),
                      QStringLiteral("title=") + title,
+                     QStringLiteral("-d"),
+                     QStringLiteral("poll=0.2"),
                      uri};
     for (int job = 0; job < jobs; ++job) // each file given is run in turn
         args << test;
